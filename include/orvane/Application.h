@@ -1,0 +1,95 @@
+#pragma once
+
+#include <orvane/AsyncTaskQueue.h>
+#include <orvane/Export.h>
+#include <orvane/Thread.h>
+#include <orvane/Time.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvane {
+
+class Application;
+
+// A named part of an application with lifecycle hooks. The base hooks do
+// nothing and succeed. onInit runs when the component is added, onStart and
+// onStop at startup and quit, onDeinit only on removal.
+class ORVANE_API Component {
+  public:
+    Component();
+    virtual ~Component();
+    Component(const Component&) = delete;
+    Component& operator=(const Component&) = delete;
+
+    virtual bool onInit();
+    virtual bool onStart();
+    virtual bool onStop();
+    virtual bool onDeinit();
+    // Hands a named task to the owning application's task queue; false when not added.
+    virtual bool addTask(const std::function<void(const std::string&)>& task,
+                         const std::string& name);
+    virtual bool isOk();
+
+    const std::string& getName() const { return name; }
+    Application* getOwner() const { return owner; }
+
+  protected:
+    std::string className;
+
+  private:
+    friend class Application;
+    std::string name;
+    Application* owner;
+    std::atomic<bool> running;
+};
+
+// The one application object of a device program. It owns its components in
+// the order they were added, the task queue "Application" and the thread
+// "Application", which polls delivered signals every 100 ms and runs their
+// callbacks, so a signal callback may wait up to 100 ms.
+// Components start and stop in the order they were added (not reversed);
+// quit() does not de-initialise them. Only the first delivery of a signal is
+// caught: a second one takes the signal's default action.
+class ORVANE_API Application : public Component, public Runnable {
+  public:
+    Application();
+    ~Application() override;
+
+    static void registerInstance(Application* app);
+    static Application* getInstance();
+
+    bool addComponent(const std::string& name, std::shared_ptr<Component> component);
+    int findComponent(const std::string& name);
+    bool removeComponent(const std::string& name);
+    bool startup(int workers, const SchedParam& param);
+    void quit();
+    bool registerSignal(int signo, std::function<void()> callback);
+    bool addTask(const std::function<void(const std::string&)>& task,
+                 const std::string& name) override;
+    // Tasks waiting or running in the task queue; valid only after startup().
+    int tasks();
+
+    void run(const Thread& thread) override;
+
+  protected:
+    std::string className;
+
+  private:
+    // The component at index, or null past the end; each call takes the list lock once.
+    std::shared_ptr<Component> componentAt(size_t index, std::string* name = nullptr);
+
+    Thread thread;
+    Rate warningRate;
+    std::vector<std::pair<std::string, std::shared_ptr<Component>>> components;
+    std::mutex listMutex;
+    std::mutex operationMutex;
+    std::shared_ptr<AsyncTaskQueue> taskQueue;
+};
+
+}  // namespace orvane

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <orvane/Export.h>
+#include <orvane/Thread.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvane {
+
+// A fixed pool of worker threads taking named tasks from one FIFO queue. A
+// task receives its own name. Workers are named "<queue name>_<task id>" and
+// poll the queue with a 10 ms wait, so shutdown takes up to 10 ms after the
+// running tasks end. Tasks put before init() or during destruction are
+// dropped silently; waiting tasks are discarded by the destructor. A task
+// that throws ends its worker. putTask may be called from any thread,
+// including from a task.
+class ORVANE_API AsyncTaskQueue {
+  public:
+    using Task = std::function<void(const std::string&)>;
+
+    explicit AsyncTaskQueue(const std::string& name);
+    virtual ~AsyncTaskQueue();
+    AsyncTaskQueue(const AsyncTaskQueue&) = delete;
+    AsyncTaskQueue& operator=(const AsyncTaskQueue&) = delete;
+
+    bool init(int workers, const SchedParam& param);
+    void putTask(const Task& task, const std::string& name);
+    // The first waiting task, waiting at most 10 ms; empty name and function when none came.
+    std::pair<std::string, Task> getTask();
+    void clear();
+    // Tasks put and not yet finished (waiting plus running); may go negative after clear().
+    int size() const { return count.load(); }
+    int idles() const;
+
+  protected:
+    std::string className;
+
+  private:
+    void worker(SchedParam param);
+
+    std::string name;
+    int workers;
+    std::atomic<int> count;
+    std::atomic<bool> running;
+    std::deque<std::pair<std::string, Task>> tasks;
+    std::mutex mutex;
+    std::condition_variable condition;
+    std::vector<std::future<void>> futures;
+};
+
+}  // namespace orvane

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <orvane/Export.h>
+
+#include <string>
+
+namespace orvane {
+
+// String helpers used across the library. All static, no state.
+class ORVANE_API StrUtil {
+  public:
+    // printf-style formatting into a string; any length.
+    static std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+    // The first substring that begins with `open` and ends with the next
+    // `close` after it, both included; empty when there is none.
+    static std::string findString(const std::string& s, const std::string& open,
+                                  const std::string& close);
+    // Each byte as two upper-case hexadecimal digits and one blank: "A5 01 ".
+    static std::string hexView(const std::string& data);
+    static std::string hexView(const char* data, int len);
+};
+
+}  // namespace orvane

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <orvane/Export.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+class Thread;
+
+// A thread's scheduling wishes, applied by Thread::setSchedParam to the
+// calling thread. The default value changes nothing.
+struct ORVANE_API SchedParam {
+    std::vector<int> cpus;  // CPUs to run on; empty keeps the affinity, >= 1024 ignored
+    int inherit = 0;        // non-zero: apply only the name
+    int policy = 255;       // 255 keeps policy and priority; 0 is the normal policy
+    int priority = -1;      // policy 0: nice = 20 - priority; else the real-time priority
+    std::string name;       // kernel thread name; empty keeps it
+};
+
+// Work run by a Thread. run() loops while thread.isRunning() (or
+// !isStopped()); quit() asks the thread that runs it to stop.
+class ORVANE_API Runnable {
+  public:
+    Runnable();
+    virtual ~Runnable();
+
+    virtual void run(const Thread& thread) = 0;
+    // True when no thread runs this, else whether that thread was asked to stop.
+    bool isStopped() const;
+    void quit();
+
+  protected:
+    std::string className;
+
+  private:
+    friend class Thread;
+    mutable Thread* thread;
+};
+
+// A named thread running one Runnable. The name becomes the kernel's thread
+// name (cut to 15 characters by the kernel); entry and exit are logged.
+// stop() is cooperative: it clears the running flag and waits at most its
+// timeout (10 s for a timeout below 1); a runnable that ignores the request
+// keeps running, and the destructor then waits for it to end.
+// start() and stop() belong to one controlling thread.
+class ORVANE_API Thread {
+  public:
+    Thread();
+    explicit Thread(const std::string& name);
+    virtual ~Thread();
+    Thread(const Thread&) = delete;
+    Thread& operator=(const Thread&) = delete;
+
+    // A new, idle thread with the same name.
+    virtual std::unique_ptr<Thread> clone() const;
+    virtual bool start(const Runnable& runnable);
+    virtual bool stop(int timeoutMs);
+    virtual bool isRunning() const;
+
+    const std::string& name() const { return name_; }
+    // Low 32 bits of pthread_self() of the running thread.
+    unsigned int tid() const { return pthreadId; }
+    // Kernel task id of the running thread.
+    int taskId() const { return taskId_; }
+
+    // Sleep at least 1 us / 1 ms, resuming after signal interruptions.
+    static void usleep(int us);
+    static void msleep(int ms);
+    static bool setSchedParam(const SchedParam& param);
+    static bool getSchedParam(SchedParam* param);
+
+  protected:
+    std::string className;
+
+  private:
+    friend class Runnable;
+    int body();
+
+    // The runnable given to start(); run() is not const, so it is kept non-const.
+    Runnable* runnable;
+    std::string name_;
+    std::future<int> future;
+    std::atomic<bool> running;
+    std::atomic<unsigned int> pthreadId;
+    std::atomic<int> taskId_;
+};
+
+// Runs functions on threads of their own and joins them all when destroyed,
+// logging any exception a function ended with.
+class ORVANE_API Threading {
+  public:
+    Threading() : className("Threading") {}
+    explicit Threading(const std::string& groupName) : className("Threading"), name(groupName) {}
+    virtual ~Threading();
+    Threading(const Threading&) = delete;
+    Threading& operator=(const Threading&) = delete;
+
+    void start(std::function<void()> fn);
+
+  protected:
+    std::string className;
+
+  private:
+    std::vector<std::future<void>> futures;
+    std::string name;
+};
+
+}  // namespace orvane

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <orvane/Export.h>
+
+#include <atomic>
+#include <string>
+
+namespace orvane {
+
+// One output of the logger. The Tracer's sink thread calls sink() for every
+// finished line, one line at a time and never concurrently with itself;
+// onLevelChanged() runs on whichever thread calls Tracer::setLevel.
+class ORVANE_API TracerSink {
+  public:
+    TracerSink();
+    virtual ~TracerSink();
+    TracerSink(const TracerSink&) = delete;
+    TracerSink& operator=(const TracerSink&) = delete;
+
+    virtual void onFlushed();
+    virtual void onLevelChanged(int level);
+    // Delivers one line; `level` comes from the line's tag (0..4, or a user level above 4).
+    virtual void sink(int level, const std::string& line) = 0;
+
+    // The base's own name, "TracerSink" for every sink.
+    const std::string& sinkName() const { return name; }
+    int sinkLevel() const { return level.load(); }
+
+  protected:
+    std::string name;
+    std::atomic<int> level;
+};
+
+// Writes each line of levels 0..4 to standard output, coloured by level
+// (level 1 plain), followed by a newline; user levels above 4 are dropped.
+class ORVANE_API STDSink : public TracerSink {
+  public:
+    STDSink();
+    void sink(int lineLevel, const std::string& line) override;
+
+  protected:
+    std::string className;
+};
+
+// Writes each line of levels 0..4 to the system log: 1 info, 2 warning,
+// 3 error, 0 and 4 debug. No colours; the process's default syslog identity.
+class ORVANE_API SyslogSink : public TracerSink {
+  public:
+    SyslogSink();
+    void sink(int lineLevel, const std::string& line) override;
+
+  protected:
+    std::string className;
+};
+
+}  // namespace orvane

@@ -1,0 +1,184 @@
+#include <orvane/Application.h>
+#include <orvane/SignalHandler.h>
+#include <orvane/Tracer.h>
+
+#include "log/LogLine.h"
+
+namespace orvane {
+
+namespace {
+
+// The registered application; set once by registerInstance.
+std::atomic<Application*> registeredApp{nullptr};
+
+}  // namespace
+
+// ---- Component --------------------------------------------------------------
+
+Component::Component()
+    : className("Component"), name("Component"), owner(nullptr), running(false) {}
+
+Component::~Component() = default;
+
+bool Component::onInit() { return true; }
+bool Component::onStart() { return true; }
+bool Component::onStop() { return true; }
+bool Component::onDeinit() { return true; }
+
+bool Component::addTask(const std::function<void(const std::string&)>& task,
+                        const std::string& taskName) {
+    if (owner == nullptr) return false;
+    return owner->addTask(task, taskName);
+}
+
+bool Component::isOk() { return running.load(); }
+
+// ---- Application ------------------------------------------------------------
+
+Application::Application() : className("Application"), thread("Application"), warningRate(1) {}
+
+Application::~Application() {
+    Application* self = this;
+    registeredApp.compare_exchange_strong(self, nullptr);
+}
+
+void Application::registerInstance(Application* app) {
+    Application* none = nullptr;
+    if (!registeredApp.compare_exchange_strong(none, app)) {
+        ORVANE_SERROR("@Application, instance not null!");
+    }
+}
+
+Application* Application::getInstance() { return registeredApp.load(); }
+
+std::shared_ptr<Component> Application::componentAt(size_t index, std::string* entryName) {
+    std::lock_guard<std::mutex> lock(listMutex);
+    if (index >= components.size()) return nullptr;
+    if (entryName != nullptr) *entryName = components[index].first;
+    return components[index].second;
+}
+
+bool Application::addComponent(const std::string& componentName,
+                               std::shared_ptr<Component> component) {
+    std::lock_guard<std::mutex> operation(operationMutex);
+    if (!component) return false;
+    component->owner = this;
+    if (findComponent(componentName) >= 0) return false;
+    if (!component->onInit()) return false;
+    component->name = componentName;
+    std::lock_guard<std::mutex> lock(listMutex);
+    components.emplace_back(componentName, std::move(component));
+    return true;
+}
+
+int Application::findComponent(const std::string& componentName) {
+    std::string entryName;
+    for (size_t i = 0; componentAt(i, &entryName); ++i) {
+        if (entryName == componentName) return static_cast<int>(i);
+    }
+    return -1;
+}
+
+bool Application::removeComponent(const std::string& componentName) {
+    std::lock_guard<std::mutex> operation(operationMutex);
+    int index = findComponent(componentName);
+    if (index < 0) return true;
+    std::shared_ptr<Component> component = componentAt(static_cast<size_t>(index));
+    if (!component) return true;
+    if (component->running) {
+        component->onStop();
+        component->running = false;
+    }
+    if (!component->onDeinit()) return false;
+    std::lock_guard<std::mutex> lock(listMutex);
+    for (auto it = components.begin(); it != components.end(); ++it) {
+        if (it->second == component) {
+            components.erase(it);
+            break;
+        }
+    }
+    return true;
+}
+
+bool Application::startup(int workers, const SchedParam& param) {
+    if (!taskQueue) {
+        taskQueue = std::make_shared<AsyncTaskQueue>("Application");
+        if (!taskQueue->init(workers, param)) {
+            ORVANE_ERROR("task queue init error!");
+            return false;
+        }
+    }
+    std::string failedName;
+    size_t failed = 0;
+    std::shared_ptr<Component> failedComponent;
+    for (size_t i = 0;; ++i) {
+        std::string entryName;
+        std::shared_ptr<Component> component = componentAt(i, &entryName);
+        if (!component) break;
+        component->running = true;
+        if (!component->onStart()) {
+            failed = i;
+            failedName = entryName;
+            failedComponent = component;
+            break;
+        }
+    }
+    if (!failedComponent) {
+        Component::running = true;
+        return thread.start(*this);
+    }
+    failedComponent->running = false;
+    ORVANE_ERROR("Component[%s] start error!", failedName.c_str());
+    // Roll back the components started before the failed one, in the order
+    // they were started. Their running flags are left as they are.
+    for (size_t j = 0; j < failed; ++j) {
+        std::shared_ptr<Component> component = componentAt(j);
+        if (component) component->onStop();
+        failedComponent->running = false;
+    }
+    return false;
+}
+
+void Application::quit() {
+    for (size_t i = 0;; ++i) {
+        std::string entryName;
+        std::shared_ptr<Component> component = componentAt(i, &entryName);
+        if (!component) break;
+        if (!component->onStop()) {
+            ORVANE_ERROR("Component[%s] stop error!", entryName.c_str());
+        }
+        component->running = false;
+    }
+    Component::running = false;
+    thread.stop(-1);
+    Tracer::getInstance().flush();
+}
+
+bool Application::registerSignal(int signo, std::function<void()> callback) {
+    return SignalHandler::getInstance().registerSignal(signo, std::move(callback));
+}
+
+bool Application::addTask(const std::function<void(const std::string&)>& task,
+                          const std::string& taskName) {
+    if (!taskQueue) {
+        ORVANE_ERROR("cannot add task before application startup!");
+        return false;
+    }
+    if (taskQueue->idles() == 0 && warningRate.wakeup(0)) {
+        ORVANE_WARN("no idle thread for task queue(%d)!", taskQueue->size());
+    }
+    taskQueue->putTask(task, taskName);
+    return true;
+}
+
+int Application::tasks() { return taskQueue ? taskQueue->size() : 0; }
+
+void Application::run(const Thread& runner) {
+    SignalHandler& signals = SignalHandler::getInstance();
+    while (runner.isRunning()) {
+        signals.checkSignal();
+        Thread::msleep(100);
+    }
+}
+
+}  // namespace orvane

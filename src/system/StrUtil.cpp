@@ -1,0 +1,53 @@
+#include <orvane/StrUtil.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace orvane {
+
+std::string StrUtil::format(const char* fmt, ...) {
+    if (fmt == nullptr) return std::string();
+    char small[256];
+    va_list args;
+    va_start(args, fmt);
+    va_list again;
+    va_copy(again, args);
+    int n = vsnprintf(small, sizeof small, fmt, args);
+    va_end(args);
+    std::string out;
+    if (n > 0 && static_cast<size_t>(n) < sizeof small) {
+        out.assign(small, static_cast<size_t>(n));
+    } else if (n > 0) {
+        out.resize(static_cast<size_t>(n));
+        vsnprintf(&out[0], out.size() + 1, fmt, again);
+    }
+    va_end(again);
+    return out;
+}
+
+std::string StrUtil::findString(const std::string& s, const std::string& open,
+                                const std::string& close) {
+    size_t begin = s.find(open);
+    if (begin == std::string::npos) return std::string();
+    size_t end = s.find(close, begin + open.size());
+    if (end == std::string::npos) return std::string();
+    return s.substr(begin, end + close.size() - begin);
+}
+
+std::string StrUtil::hexView(const std::string& data) {
+    return hexView(data.data(), static_cast<int>(data.size()));
+}
+
+std::string StrUtil::hexView(const char* data, int len) {
+    static const char digits[] = "0123456789ABCDEF";
+    if (data == nullptr || len <= 0) return std::string();
+    std::string out(static_cast<size_t>(len) * 3, ' ');
+    for (int i = 0; i < len; ++i) {
+        unsigned char byte = static_cast<unsigned char>(data[i]);
+        out[static_cast<size_t>(i) * 3] = digits[byte >> 4];
+        out[static_cast<size_t>(i) * 3 + 1] = digits[byte & 0x0F];
+    }
+    return out;
+}
+
+}  // namespace orvane

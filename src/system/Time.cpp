@@ -1,0 +1,188 @@
+#include <orvane/Thread.h>
+#include <orvane/Time.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace orvane {
+
+namespace {
+
+Time now(clockid_t clock) {
+    timespec ts{};
+    clock_gettime(clock, &ts);
+    return Time(ts);
+}
+
+}  // namespace
+
+// ---- Time -------------------------------------------------------------------
+
+Time::Time(long sec, long usec) : sec_(sec + usec / 1000000), usec_(usec % 1000000) {}
+
+Time::Time(double seconds)
+    : sec_(static_cast<int64_t>(seconds)),
+      usec_(static_cast<int64_t>((seconds - std::trunc(seconds)) * 1000000.0)) {}
+
+Time::Time(unsigned long microseconds)
+    : sec_(static_cast<int64_t>(microseconds / 1000000)),
+      usec_(static_cast<int64_t>(microseconds % 1000000)) {}
+
+Time::Time(const timeval& tv) : sec_(tv.tv_sec), usec_(tv.tv_usec) {}
+
+Time::Time(const timespec& ts) : sec_(ts.tv_sec), usec_(ts.tv_nsec / 1000) {}
+
+timeval Time::toTimeval() const {
+    timeval tv{};
+    tv.tv_sec = static_cast<time_t>(sec_);
+    tv.tv_usec = static_cast<suseconds_t>(usec_);
+    return tv;
+}
+
+std::string Time::toString() const {
+    char text[48];
+    int n =
+        snprintf(text, sizeof text, "%ld.%06d", static_cast<long>(sec_), static_cast<int>(usec_));
+    return std::string(text, n > 0 ? static_cast<size_t>(n) : 0);
+}
+
+bool Time::isNear(const Time& other, unsigned int tolerance) const {
+    int64_t diff = toMicroSec() - other.toMicroSec();
+    if (diff < 0) diff = -diff;
+    return diff <= static_cast<int64_t>(tolerance / 2);
+}
+
+Time Time::fromEpoch() { return now(CLOCK_REALTIME); }
+
+Time Time::fromMono() { return now(CLOCK_MONOTONIC); }
+
+int64_t Time::usSinceMono(const Time& start) { return (fromMono() - start).toMicroSec(); }
+
+Time Time::operator+(const Time& other) const {
+    return Time(static_cast<long>(sec_ + other.sec_), static_cast<long>(usec_ + other.usec_));
+}
+
+Time Time::operator-(const Time& other) const {
+    return Time(static_cast<long>(sec_ - other.sec_), static_cast<long>(usec_ - other.usec_));
+}
+
+bool Time::operator==(const Time& other) const {
+    return sec_ == other.sec_ && usec_ == other.usec_;
+}
+
+bool Time::operator<(const Time& other) const {
+    return sec_ < other.sec_ || (sec_ == other.sec_ && usec_ < other.usec_);
+}
+
+bool Time::operator>(const Time& other) const { return other < *this; }
+
+// ---- DateTime ---------------------------------------------------------------
+
+namespace {
+
+DateTime fromTm(const tm& t) {
+    DateTime dt(static_cast<unsigned>(t.tm_year + 1900), static_cast<unsigned>(t.tm_mon + 1),
+                static_cast<unsigned>(t.tm_mday), static_cast<unsigned>(t.tm_hour),
+                static_cast<unsigned>(t.tm_min), static_cast<unsigned>(t.tm_sec));
+    return dt;
+}
+
+}  // namespace
+
+DateTime::DateTime(const Time& t) {
+    time_t seconds = static_cast<time_t>(t.sec());
+    tm local{};
+    localtime_r(&seconds, &local);
+    *this = fromTm(local);
+    millisecond = static_cast<int>(t.usec() / 1000);
+}
+
+DateTime::DateTime(unsigned y, unsigned mon, unsigned d, unsigned h, unsigned min, unsigned s)
+    : year(static_cast<int>(y)),
+      month(static_cast<int>(mon)),
+      day(static_cast<int>(d)),
+      hour(static_cast<int>(h)),
+      minute(static_cast<int>(min)),
+      second(static_cast<int>(s)) {}
+
+std::string DateTime::toString() const {
+    char text[96];
+    int n = snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%02d", year, month, day, hour,
+                     minute, second);
+    return std::string(text, n > 0 ? static_cast<size_t>(n) : 0);
+}
+
+DateTime DateTime::getDateTime() {
+    time_t seconds = time(nullptr);
+    tm local{};
+    localtime_r(&seconds, &local);
+    DateTime dt = fromTm(local);
+    dt.dst = local.tm_isdst;
+    dt.millisecond = static_cast<int>(Time::fromEpoch().usec() / 1000);
+    return dt;
+}
+
+namespace {
+
+// The fields most significant first, for comparisons.
+bool lessThan(const DateTime& a, const DateTime& b) {
+    const int left[] = {a.year, a.month, a.day, a.hour, a.minute, a.second, a.millisecond};
+    const int right[] = {b.year, b.month, b.day, b.hour, b.minute, b.second, b.millisecond};
+    for (size_t i = 0; i < sizeof left / sizeof left[0]; ++i) {
+        if (left[i] != right[i]) return left[i] < right[i];
+    }
+    return false;
+}
+
+}  // namespace
+
+bool DateTime::operator==(const DateTime& other) const {
+    return !lessThan(*this, other) && !lessThan(other, *this);
+}
+
+bool DateTime::operator<(const DateTime& other) const { return lessThan(*this, other); }
+
+bool DateTime::operator>(const DateTime& other) const { return lessThan(other, *this); }
+
+// ---- Rate -------------------------------------------------------------------
+
+uint64_t Rate::periodOf(float hz) {
+    double period = 1000000.0 / std::fabs(static_cast<double>(hz));
+    if (!(period >= 1.0)) return 1;  // also catches NaN
+    if (period > 2147483647.0) return 2147483647;
+    return static_cast<uint64_t>(period);
+}
+
+Rate::Rate(float hz) : start_(Time::fromMono()), period_(periodOf(hz)) {}
+
+void Rate::reset(float hz) {
+    if (hz > 0) period_ = periodOf(hz);
+    start_ = Time::fromMono();
+}
+
+void Rate::advance(int64_t elapsedUs) {
+    if (elapsedUs < static_cast<int64_t>(2 * period_)) {
+        start_ = start_ + Time(static_cast<unsigned long>(period_));
+    } else {
+        start_ = Time::fromMono();
+    }
+}
+
+bool Rate::sleep() {
+    int64_t elapsed = Time::usSinceMono(start_);
+    if (static_cast<int64_t>(period_) > elapsed) {
+        Thread::usleep(static_cast<int>(static_cast<int64_t>(period_) - elapsed));
+    }
+    advance(Time::usSinceMono(start_));
+    return true;
+}
+
+bool Rate::wakeup(float /*hz*/) {
+    int64_t elapsed = Time::usSinceMono(start_);
+    if (elapsed < static_cast<int64_t>(period_)) return false;
+    advance(elapsed);
+    return true;
+}
+
+}  // namespace orvane

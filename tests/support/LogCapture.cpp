@@ -1,0 +1,101 @@
+#include "support/LogCapture.h"
+
+#include <dirent.h>
+#include <orvane/Tracer.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <regex>
+
+namespace orvane {
+namespace test {
+
+LogCapture& LogCapture::get() {
+    static LogCapture* capture = [] {
+        auto sink = std::shared_ptr<LogCapture>(new LogCapture());
+        Tracer::getInstance().addSink(sink);
+        Tracer::getInstance().start();
+        // The Tracer holds a reference until process exit.
+        return sink.get();
+    }();
+    return *capture;
+}
+
+void LogCapture::sink(int lineLevel, const std::string& line) {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        captured.emplace_back(lineLevel, line);
+    }
+    arrived.notify_all();
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> lock(mutex);
+    captured.clear();
+}
+
+std::vector<std::pair<int, std::string>> LogCapture::lines() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return captured;
+}
+
+std::vector<std::string> LogCapture::matching(const std::string& text) {
+    std::lock_guard<std::mutex> lock(mutex);
+    std::vector<std::string> found;
+    for (auto& entry : captured) {
+        if (entry.second.find(text) != std::string::npos) found.push_back(entry.second);
+    }
+    return found;
+}
+
+size_t LogCapture::countLocked(const std::string& text) {
+    size_t n = 0;
+    for (auto& entry : captured) {
+        if (entry.second.find(text) != std::string::npos) ++n;
+    }
+    return n;
+}
+
+bool LogCapture::waitFor(const std::string& text, int timeoutMs, size_t count) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return arrived.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                            [&] { return countLocked(text) >= count; });
+}
+
+std::string LogCapture::waitLine(const std::string& text, int timeoutMs) {
+    if (!waitFor(text, timeoutMs)) return std::string();
+    std::lock_guard<std::mutex> lock(mutex);
+    for (auto& entry : captured) {
+        if (entry.second.find(text) != std::string::npos) return normalise(entry.second);
+    }
+    return std::string();
+}
+
+std::string LogCapture::normalise(const std::string& line) {
+    static const std::regex date(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})");
+    static const std::regex number(R"(,L\d+\])");
+    std::string out =
+        std::regex_replace(line, date, "DATE", std::regex_constants::format_first_only);
+    return std::regex_replace(out, number, ",L#]", std::regex_constants::format_first_only);
+}
+
+std::string tempPath(const std::string& stem) {
+    static std::atomic<int> serial{0};
+    const char* dir = getenv("TMPDIR");
+    std::string base = (dir != nullptr && *dir != '\0') ? dir : "/tmp";
+    return base + "/orvane_" + stem + "_" + std::to_string(getpid()) + "_" +
+           std::to_string(serial++);
+}
+
+int openFdCount() {
+    DIR* dir = opendir("/proc/self/fd");
+    if (dir == nullptr) return -1;
+    int n = 0;
+    while (readdir(dir) != nullptr) ++n;
+    closedir(dir);
+    return n - 3;  // ".", ".." and the directory's own descriptor
+}
+
+}  // namespace test
+}  // namespace orvane

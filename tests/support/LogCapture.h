@@ -1,0 +1,54 @@
+#pragma once
+
+#include <orvane/TracerSink.h>
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvane {
+namespace test {
+
+// Collects every line the Tracer delivers, for tests that check log output.
+// The first call of LogCapture::get() registers the capture sink and starts
+// the Tracer's sink thread for the rest of the process, so a test that
+// checks the Tracer's own start-up must run in a child process.
+class LogCapture : public TracerSink {
+  public:
+    static LogCapture& get();
+
+    void sink(int lineLevel, const std::string& line) override;
+
+    void clear();
+    std::vector<std::pair<int, std::string>> lines();
+    // Lines containing `text`, in delivery order.
+    std::vector<std::string> matching(const std::string& text);
+    // Waits until `count` lines containing `text` were delivered; false on timeout.
+    bool waitFor(const std::string& text, int timeoutMs = 3000, size_t count = 1);
+    // Waits for the first line containing `text` and returns it normalised
+    // (see normalise), or "" on timeout.
+    std::string waitLine(const std::string& text, int timeoutMs = 3000);
+
+    // A line with its date-time replaced by "DATE" and its ",L<n>]" by ",L#]",
+    // so tests compare whole lines without depending on clock or line numbers.
+    static std::string normalise(const std::string& line);
+
+  private:
+    LogCapture() = default;
+    size_t countLocked(const std::string& text);
+
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::vector<std::pair<int, std::string>> captured;
+};
+
+// A path under the temporary directory, unique to this process and call.
+std::string tempPath(const std::string& stem);
+// Number of open descriptors of this process.
+int openFdCount();
+
+}  // namespace test
+}  // namespace orvane

@@ -13,3 +13,5 @@
 #include <orvane/Time.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
+
+#include <orvane/SpiDev.h>

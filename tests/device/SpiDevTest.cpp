@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <orvane/SpiDev.h>
@@ -8,23 +7,19 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdarg>
 #include <cstring>
 #include <vector>
 
+#include "IoctlSpy.h"
 #include "device/SpiTransfer.h"
 #include "support/LogCapture.h"
 
-// This machine has no SPI controller. A stand-in driver answers the spidev
-// ioctls for one temporary file: this definition of ioctl() takes precedence
-// over the C library's for every caller in the process, the library included,
-// and hands every other descriptor on to the real call.
+namespace orvane {
 namespace {
 
+// This machine has no SPI controller: a stand-in driver answers the spidev
+// ioctls for a temporary file.
 struct FakeSpidev {
-    dev_t dev = 0;
-    ino_t ino = 0;
-    bool active = false;
     unsigned long failRequest = 0;   // this request fails with EIO
     uint32_t maxSpeedHz = 10000000;  // the driver clamps the clock to this
     uint8_t mode = 0;
@@ -32,94 +27,72 @@ struct FakeSpidev {
     uint32_t speedHz = 0;
     std::vector<spi_ioc_transfer> messages;
     std::vector<unsigned char> clockedOut;
+
+    // The device answers byte i of every message with 0xA0 + i.
+    int serve(unsigned long request, void* arg) {
+        if (request == failRequest) {
+            errno = EIO;
+            return -1;
+        }
+        switch (request) {
+            case SPI_IOC_WR_MODE:
+                mode = *static_cast<uint8_t*>(arg);
+                return 0;
+            case SPI_IOC_RD_MODE:
+                *static_cast<uint8_t*>(arg) = mode;
+                return 0;
+            case SPI_IOC_WR_BITS_PER_WORD:
+                bits = *static_cast<uint8_t*>(arg);
+                return 0;
+            case SPI_IOC_RD_BITS_PER_WORD:
+                *static_cast<uint8_t*>(arg) = bits;
+                return 0;
+            case SPI_IOC_WR_MAX_SPEED_HZ: {
+                uint32_t wanted = *static_cast<uint32_t*>(arg);
+                speedHz = wanted < maxSpeedHz ? wanted : maxSpeedHz;
+                return 0;
+            }
+            case SPI_IOC_RD_MAX_SPEED_HZ:
+                *static_cast<uint32_t*>(arg) = speedHz;
+                return 0;
+            default:
+                break;
+        }
+        if (request != SPI_IOC_MESSAGE(1)) {
+            errno = ENOTTY;
+            return -1;
+        }
+        const spi_ioc_transfer& message = *static_cast<spi_ioc_transfer*>(arg);
+        messages.push_back(message);
+        auto* tx = reinterpret_cast<const unsigned char*>(static_cast<uintptr_t>(message.tx_buf));
+        auto* rx = reinterpret_cast<unsigned char*>(static_cast<uintptr_t>(message.rx_buf));
+        for (uint32_t i = 0; i < message.len; ++i) {
+            if (tx != nullptr) clockedOut.push_back(tx[i]);
+            if (rx != nullptr) rx[i] = static_cast<unsigned char>(0xA0 + i);
+        }
+        return static_cast<int>(message.len);
+    }
 };
 
-FakeSpidev fake;
-
-bool isFake(int fd) {
-    struct stat st;
-    return fake.active && fstat(fd, &st) == 0 && st.st_dev == fake.dev && st.st_ino == fake.ino;
-}
-
-// The device answers byte i of every message with 0xA0 + i.
-int fakeIoctl(unsigned long request, void* arg) {
-    if (request == fake.failRequest) {
-        errno = EIO;
-        return -1;
-    }
-    switch (request) {
-        case SPI_IOC_WR_MODE:
-            fake.mode = *static_cast<uint8_t*>(arg);
-            return 0;
-        case SPI_IOC_RD_MODE:
-            *static_cast<uint8_t*>(arg) = fake.mode;
-            return 0;
-        case SPI_IOC_WR_BITS_PER_WORD:
-            fake.bits = *static_cast<uint8_t*>(arg);
-            return 0;
-        case SPI_IOC_RD_BITS_PER_WORD:
-            *static_cast<uint8_t*>(arg) = fake.bits;
-            return 0;
-        case SPI_IOC_WR_MAX_SPEED_HZ: {
-            uint32_t wanted = *static_cast<uint32_t*>(arg);
-            fake.speedHz = wanted < fake.maxSpeedHz ? wanted : fake.maxSpeedHz;
-            return 0;
-        }
-        case SPI_IOC_RD_MAX_SPEED_HZ:
-            *static_cast<uint32_t*>(arg) = fake.speedHz;
-            return 0;
-        default:
-            break;
-    }
-    if (request != SPI_IOC_MESSAGE(1)) {
-        errno = ENOTTY;
-        return -1;
-    }
-    const spi_ioc_transfer& message = *static_cast<spi_ioc_transfer*>(arg);
-    fake.messages.push_back(message);
-    auto* tx = reinterpret_cast<const unsigned char*>(static_cast<uintptr_t>(message.tx_buf));
-    auto* rx = reinterpret_cast<unsigned char*>(static_cast<uintptr_t>(message.rx_buf));
-    for (uint32_t i = 0; i < message.len; ++i) {
-        if (tx != nullptr) fake.clockedOut.push_back(tx[i]);
-        if (rx != nullptr) rx[i] = static_cast<unsigned char>(0xA0 + i);
-    }
-    return static_cast<int>(message.len);
-}
-
-}  // namespace
-
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-    va_list args;
-    va_start(args, request);
-    void* arg = va_arg(args, void*);
-    va_end(args);
-    if (isFake(fd)) return fakeIoctl(request, arg);
-    using IoctlFn = int (*)(int, unsigned long, ...);
-    static IoctlFn real = reinterpret_cast<IoctlFn>(dlsym(RTLD_NEXT, "ioctl"));
-    return real(fd, request, arg);
-}
-
-namespace orvane {
-namespace {
-
-// A temporary file that the stand-in driver serves as a spidev device.
+// A temporary file served by a FakeSpidev.
 class FakeSpidevFile {
   public:
-    FakeSpidevFile() : path(test::tempPath("spidev")) {
-        int fd = ::open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
-        struct stat st;
-        fstat(fd, &st);
-        ::close(fd);
-        fake = FakeSpidev();
-        fake.dev = st.st_dev;
-        fake.ino = st.st_ino;
-        fake.active = true;
-    }
-    ~FakeSpidevFile() {
-        fake.active = false;
-        unlink(path.c_str());
-    }
+    FakeSpidevFile()
+        : path(create(test::tempPath("spidev"))),
+          spy(path, [this](int, unsigned long request, void* arg) {
+              return driver.serve(request, arg);
+          }) {}
+    ~FakeSpidevFile() { unlink(path.c_str()); }
+
     const std::string path;
+    FakeSpidev driver;
+
+  private:
+    static std::string create(const std::string& name) {
+        ::close(::open(name.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+        return name;
+    }
+    test::IoctlSpy spy;
 };
 
 std::string lastLine(const std::string& text) {
@@ -171,10 +144,10 @@ TEST(SpiDev, OpenKeepsWhatTheDriverReadsBack) {
         // Dual and quad bits do not fit the 8-bit mode request.
         ASSERT_TRUE(spi.open(device.path, SPI_MODE_3 | SPI_CS_HIGH | SPI_TX_QUAD, 20000000, 7, 16));
         EXPECT_GE(spi.fd(), 0);
-        EXPECT_EQ(fake.mode, SPI_MODE_3 | SPI_CS_HIGH);
+        EXPECT_EQ(device.driver.mode, SPI_MODE_3 | SPI_CS_HIGH);
         EXPECT_EQ(spi.mode(), static_cast<uint32_t>(SPI_MODE_3 | SPI_CS_HIGH));
         EXPECT_EQ(spi.bits(), 16u);
-        EXPECT_EQ(fake.speedHz, 10000000u);
+        EXPECT_EQ(device.driver.speedHz, 10000000u);
         EXPECT_EQ(spi.speed(), 10000000u);  // clamped by the driver
         EXPECT_EQ(spi.delay(), 7u);
 
@@ -208,8 +181,8 @@ TEST(SpiDev, EachFailingIoctlOfOpenHasItsLineAndClosesTheDevice) {
     for (const Step& step : steps) {
         SCOPED_TRACE(step.line);
         test::LogCapture::get().clear();
-        fake.failRequest = step.request;
-        fake.maxSpeedHz = UINT32_MAX;
+        device.driver.failRequest = step.request;
+        device.driver.maxSpeedHz = UINT32_MAX;
         SpiDev spi;
         EXPECT_FALSE(spi.open(device.path, SPI_CPOL, 4000000000u, 3, 9));
         EXPECT_EQ(lastLine(" SPI "), std::string("<E>DATE [SpiDev::open,L#] ") + step.line);
@@ -228,27 +201,27 @@ TEST(SpiDev, TransferReturnsTheAnswerThatFollowsTheCommand) {
     unsigned char tx[5] = {0x9F, 0x01, 0x00, 0x00, 0x00};
     unsigned char rx[4] = {0x55, 0x55, 0x55, 0x55};
     ASSERT_TRUE(spi.transfer(tx, 2, rx, 3));
-    ASSERT_EQ(fake.messages.size(), 1u);
-    const spi_ioc_transfer& message = fake.messages[0];
+    ASSERT_EQ(device.driver.messages.size(), 1u);
+    const spi_ioc_transfer& message = device.driver.messages[0];
     EXPECT_EQ(message.len, 5u);
     EXPECT_EQ(message.speed_hz, 2000000u);
     EXPECT_EQ(message.delay_usecs, 4u);
     EXPECT_EQ(message.bits_per_word, 8u);
     EXPECT_EQ(message.cs_change, 0u);
-    EXPECT_EQ(fake.clockedOut, std::vector<unsigned char>(tx, tx + 5));
+    EXPECT_EQ(device.driver.clockedOut, std::vector<unsigned char>(tx, tx + 5));
     EXPECT_EQ(rx[0], 0xA2);
     EXPECT_EQ(rx[1], 0xA3);
     EXPECT_EQ(rx[2], 0xA4);
     EXPECT_EQ(rx[3], 0x55);  // nothing beyond rxlen
 
     // Without an answer only txlen bytes go out and rx is not touched.
-    fake.messages.clear();
+    device.driver.messages.clear();
     ASSERT_TRUE(spi.transfer(tx, 2, nullptr, 3));
     ASSERT_TRUE(spi.transfer(tx, 1, rx, 0));
-    ASSERT_EQ(fake.messages.size(), 2u);
-    EXPECT_EQ(fake.messages[0].len, 2u);
-    EXPECT_EQ(fake.messages[0].rx_buf, 0u);
-    EXPECT_EQ(fake.messages[1].len, 1u);
+    ASSERT_EQ(device.driver.messages.size(), 2u);
+    EXPECT_EQ(device.driver.messages[0].len, 2u);
+    EXPECT_EQ(device.driver.messages[0].rx_buf, 0u);
+    EXPECT_EQ(device.driver.messages[1].len, 1u);
     EXPECT_EQ(rx[0], 0xA2);
 
     // A message larger than the stack buffer arrives the same way.
@@ -278,7 +251,7 @@ TEST(SpiDev, TransferRefusesBadInputAndReportsDriverErrors) {
               "<E>DATE [SpiDev::transfer,L#] SPI_IOC_MESSAGE error: Bad file descriptor");
 
     ASSERT_TRUE(spi.open(device.path, 0, 1000000, 0, 8));
-    fake.failRequest = SPI_IOC_MESSAGE(1);
+    device.driver.failRequest = SPI_IOC_MESSAGE(1);
     EXPECT_FALSE(spi.transfer(tx, 2, rx, 2));
     EXPECT_EQ(lastLine("SPI_IOC_MESSAGE"),
               "<E>DATE [SpiDev::transfer,L#] SPI_IOC_MESSAGE error: Input/output error");

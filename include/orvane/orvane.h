@@ -14,4 +14,5 @@
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
 
+#include <orvane/SerialPort.h>
 #include <orvane/SpiDev.h>

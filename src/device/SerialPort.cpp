@@ -62,7 +62,7 @@ enum Readiness { kTimeout, kReady, kNotSet, kFailed };
 // Waits until fd is readable (or writable), as select() reports it. select()
 // cannot watch a descriptor at or above FD_SETSIZE; such a descriptor is
 // waited on with ppoll(), whose result is mapped onto select()'s meaning.
-Readiness waitReady(int fd, bool forWrite, int timeoutUs, int* err) {
+Readiness selectReady(int fd, bool forWrite, int timeoutUs, int* err) {
     timeval limit{};
     timeval* limitPtr = nullptr;
     if (timeoutUs >= 0) {
@@ -260,7 +260,7 @@ int SerialPort::exchange(char* in, const char* out, int len, int timeoutUs, cons
         return -1;
     }
     int err = 0;
-    switch (waitReady(fd_, out != nullptr, timeoutUs, &err)) {
+    switch (selectReady(fd_, out != nullptr, timeoutUs, &err)) {
         case kTimeout:
             return -2;
         case kFailed:

@@ -155,8 +155,10 @@ bool SpiDev::transfer(unsigned char* tx, unsigned int txlen, unsigned char* rx,
     return true;
 }
 
+// Every descriptor open() obtained is released, 0 included, and fd goes back
+// to -1, so a second close() touches nothing.
 void SpiDev::close() {
-    if (fd_ > 0) ::close(fd_);
+    if (fd_ >= 0) ::close(fd_);
     fd_ = -1;
 }
 

@@ -101,15 +101,6 @@ std::string lastLine(const std::string& text) {
     return line;
 }
 
-TEST(SpiDev, StartsClosedWithTheDefaultSettings) {
-    SpiDev spi;
-    EXPECT_EQ(spi.fd(), -1);
-    EXPECT_EQ(spi.speed(), 500000u);
-    EXPECT_EQ(spi.bits(), 8u);
-    EXPECT_EQ(spi.mode(), 0u);
-    EXPECT_EQ(spi.delay(), 0u);
-}
-
 TEST(SpiDev, OpenOfAMissingDeviceNamesThePath) {
     test::LogCapture::get().clear();
     int fds = test::openFdCount();
@@ -136,11 +127,16 @@ TEST(SpiDev, OpenOfANonSpiDeviceFailsAtTheFirstIoctlAndClosesIt) {
     EXPECT_EQ(test::openFdCount(), fds);
 }
 
-TEST(SpiDev, OpenKeepsWhatTheDriverReadsBack) {
+TEST(SpiDev, StartsWithDefaultsAndKeepsWhatTheDriverReadsBack) {
     FakeSpidevFile device;
     int fds = test::openFdCount();
     {
         SpiDev spi;
+        EXPECT_EQ(spi.fd(), -1);
+        EXPECT_EQ(spi.speed(), 500000u);
+        EXPECT_EQ(spi.bits(), 8u);
+        EXPECT_EQ(spi.mode(), 0u);
+        EXPECT_EQ(spi.delay(), 0u);
         // Dual and quad bits do not fit the 8-bit mode request.
         ASSERT_TRUE(spi.open(device.path, SPI_MODE_3 | SPI_CS_HIGH | SPI_TX_QUAD, 20000000, 7, 16));
         EXPECT_GE(spi.fd(), 0);
@@ -264,24 +260,16 @@ TEST(SpiDevTransferRecord, FollowsTheWireWidthsOfTheMode) {
     auto txAddr = reinterpret_cast<uintptr_t>(tx);
     auto rxAddr = reinterpret_cast<uintptr_t>(rx);
 
+    // Every field, word delay and padding included: the rest stays 0.
+    spi_ioc_transfer expected{};
+    expected.tx_buf = txAddr;
+    expected.rx_buf = rxAddr;
+    expected.len = 2;
+    expected.speed_hz = 1000;
+    expected.delay_usecs = 3;
+    expected.bits_per_word = 8;
     spi_ioc_transfer plain = detail::spiTransferRecord(tx, rx, 2, SPI_MODE_0, 1000, 3, 8);
-    EXPECT_EQ(plain.tx_buf, txAddr);
-    EXPECT_EQ(plain.rx_buf, rxAddr);
-    EXPECT_EQ(plain.len, 2u);
-    EXPECT_EQ(plain.speed_hz, 1000u);
-    EXPECT_EQ(plain.delay_usecs, 3u);
-    EXPECT_EQ(plain.bits_per_word, 8u);
-    EXPECT_EQ(plain.cs_change, 0u);
-    EXPECT_EQ(plain.tx_nbits, 0u);
-    EXPECT_EQ(plain.rx_nbits, 0u);
-    spi_ioc_transfer zero{};
-    zero.tx_buf = plain.tx_buf;
-    zero.rx_buf = plain.rx_buf;
-    zero.len = 2;
-    zero.speed_hz = 1000;
-    zero.delay_usecs = 3;
-    zero.bits_per_word = 8;
-    EXPECT_EQ(memcmp(&plain, &zero, sizeof zero), 0);  // word delay and padding stay 0
+    EXPECT_EQ(memcmp(&plain, &expected, sizeof expected), 0);
 
     // Transmitting on more wires drops the receive buffer, quad wins over dual.
     spi_ioc_transfer txQuad =

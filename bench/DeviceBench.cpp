@@ -43,43 +43,39 @@ struct PtyLine {
     std::string slavePath;
 };
 
-bool waitFor(int fd, bool forWrite) {
+// The baseline: what sendData and recvData do, spelled out with select().
+int bareCall(int fd, char* buf, bool forWrite) {
     fd_set set;
     FD_ZERO(&set);
     FD_SET(fd, &set);
     timeval limit{1, 0};
-    return select(fd + 1, forWrite ? nullptr : &set, forWrite ? &set : nullptr, nullptr, &limit) ==
-           1;
+    if (select(fd + 1, forWrite ? nullptr : &set, forWrite ? &set : nullptr, nullptr, &limit) !=
+        1) {
+        return -1;
+    }
+    return static_cast<int>(forWrite ? write(fd, buf, kChunk) : read(fd, buf, kChunk));
 }
 
-void BM_SendBareSyscalls(benchmark::State& state) {
+// Port to peer: one 64-byte write by the port (viaPort) or by bare syscalls.
+template <bool viaPort>
+void BM_Send(benchmark::State& state) {
     PtyLine line;
-    orvane::SerialPort port;  // only configures the line
+    orvane::SerialPort port;  // configures the line for both variants
     port.open(line.slavePath, 2);
     char out[kChunk] = {};
     char in[kChunk];
     for (auto _ : state) {
-        if (!waitFor(port.fd(), true)) std::abort();
-        if (write(port.fd(), out, kChunk) != kChunk) std::abort();
+        int n = viaPort ? port.sendData(out, kChunk, 1000000) : bareCall(port.fd(), out, true);
+        if (n != kChunk) std::abort();
         PtyLine::drain(line.master, in, kChunk);
     }
 }
-BENCHMARK(BM_SendBareSyscalls);
+BENCHMARK_TEMPLATE(BM_Send, false);
+BENCHMARK_TEMPLATE(BM_Send, true);
 
-void BM_SendSerialPort(benchmark::State& state) {
-    PtyLine line;
-    orvane::SerialPort port;
-    port.open(line.slavePath, 2);
-    char out[kChunk] = {};
-    char in[kChunk];
-    for (auto _ : state) {
-        if (port.sendData(out, kChunk, 1000000) != kChunk) std::abort();
-        PtyLine::drain(line.master, in, kChunk);
-    }
-}
-BENCHMARK(BM_SendSerialPort);
-
-void BM_RecvBareSyscalls(benchmark::State& state) {
+// Peer to port: 64 bytes, taken in as many waits and reads as they arrive in.
+template <bool viaPort>
+void BM_Recv(benchmark::State& state) {
     PtyLine line;
     orvane::SerialPort port;
     port.open(line.slavePath, 2);
@@ -88,31 +84,14 @@ void BM_RecvBareSyscalls(benchmark::State& state) {
     for (auto _ : state) {
         if (write(line.master, out, kChunk) != kChunk) std::abort();
         for (int got = 0; got < kChunk;) {
-            if (!waitFor(port.fd(), false)) std::abort();
-            ssize_t n = read(port.fd(), in, kChunk);
-            if (n <= 0) std::abort();
-            got += static_cast<int>(n);
-        }
-    }
-}
-BENCHMARK(BM_RecvBareSyscalls);
-
-void BM_RecvSerialPort(benchmark::State& state) {
-    PtyLine line;
-    orvane::SerialPort port;
-    port.open(line.slavePath, 2);
-    char out[kChunk] = {};
-    char in[kChunk];
-    for (auto _ : state) {
-        if (write(line.master, out, kChunk) != kChunk) std::abort();
-        for (int got = 0; got < kChunk;) {
-            int n = port.recvData(in, kChunk, 1000000);
+            int n = viaPort ? port.recvData(in, kChunk, 1000000) : bareCall(port.fd(), in, false);
             if (n <= 0) std::abort();
             got += n;
         }
     }
 }
-BENCHMARK(BM_RecvSerialPort);
+BENCHMARK_TEMPLATE(BM_Recv, false);
+BENCHMARK_TEMPLATE(BM_Recv, true);
 
 }  // namespace
 

@@ -13,3 +13,10 @@
 #include <orvane/Time.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
+
+#include <orvane/Directory.h>
+#include <orvane/File.h>
+#include <orvane/IODevice.h>
+
+#include <orvane/SerialPort.h>
+#include <orvane/SpiDev.h>

@@ -13,3 +13,7 @@
 #include <orvane/Time.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
+
+#include <orvane/Server.h>
+#include <orvane/Socket.h>
+#include <orvane/SocketCAN.h>

@@ -34,7 +34,7 @@ class ORVANE_API CANFrame {
   private:
     uint32_t canid_;
     uint8_t dlc;
-    uint8_t pad[3];
+    [[maybe_unused]] uint8_t pad[3];  // reserved, zero
     alignas(8) char payload[8];
 };
 

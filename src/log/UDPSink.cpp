@@ -6,12 +6,12 @@
 
 namespace orvane {
 
-UDPSink::UDPSink(const std::string& peer, unsigned short port)
-    : className("UDPSink"), socket(std::make_shared<UdpSocket>()) {
-    if (socket->open("", 0)) {
-        socket->setConnection(peer, port);
-    } else {
-        socket.reset();
+UDPSink::UDPSink(const std::string& peer, unsigned short port) : className("UDPSink") {
+    auto opened = std::make_unique<UdpSocket>();
+    // A socket that cannot open is dropped: the sink then stays silent.
+    if (opened->open("", 0)) {
+        opened->setConnection(peer, port);
+        socket = std::move(opened);
     }
     ORVANE_NOTE_IN("UDPSink", "UDP log on %s:%u", peer.c_str(), static_cast<unsigned>(port));
 }

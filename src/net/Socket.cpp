@@ -61,7 +61,7 @@ bool awaitConnected(const std::string& className, int fd, const char* timeoutTex
 
 // accept() for both stream sockets: the new descriptor goes to `client`
 // (closed again when the client keeps its own). A failure sleeps 3 s so that
-// a failing accept loop cannot spin.
+// a failing accept loop cannot spin; EAGAIN is neither logged nor slept on.
 int acceptInto(const std::string& className, int fd, TcpSocket* client, sockaddr* peer,
                socklen_t* peerLen) {
     if (client == nullptr) {
@@ -71,6 +71,7 @@ int acceptInto(const std::string& className, int fd, TcpSocket* client, sockaddr
     int sock = accept4(fd, peer, peerLen, SOCK_CLOEXEC);
     if (sock < 0) {
         int err = errno;
+        if (err == EAGAIN) return -1;  // a non-blocking socket with nothing pending
         ORVANE_ERROR_IN("acceptConnection", "accept error:%s", strerror(err));
         Thread::msleep(3000);
         return -1;

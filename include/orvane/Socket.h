@@ -69,8 +69,8 @@ class ORVANE_API Socket {
 };
 
 // IPv4 stream socket: a listening socket (open, listenConnection,
-// acceptConnection) or a client (open, setConnection). open() sets
-// SO_REUSEADDR. setConnection blocks in connect() and then waits at most 5 s
+// acceptConnection) or a client (open("", 0) first, then setConnection).
+// open() sets SO_REUSEADDR. setConnection blocks in connect() and then waits at most 5 s
 // for the socket to become writable. A failed accept sleeps 3 s before it
 // returns, so that a failing accept loop cannot spin.
 class ORVANE_API TcpSocket : public Socket {

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <orvane/Socket.h>
 #include <sys/socket.h>
@@ -102,6 +103,35 @@ TEST(TcpSocket, WaitsForDataOnlyAsLongAsTold) {
     });
     EXPECT_EQ(client.recvData(buf, sizeof buf, -1), 4);
     late.join();
+    ::close(server);
+}
+
+TEST(TcpSocket, TimesOutOnAFullSendBufferAndNeverLogsEagain) {
+    auto& capture = freshCapture();
+    TcpSocket client;
+    int server = nettest::connectPair(client);
+    ASSERT_GE(server, 0);
+    fcntl(client.fd(), F_SETFL, fcntl(client.fd(), F_GETFL) | O_NONBLOCK);
+    char buf[8];
+    EXPECT_EQ(client.readData(buf, sizeof buf), -1);  // EAGAIN
+
+    // The peer reads nothing: sends succeed until the buffers fill, then the
+    // wait runs out.
+    std::string chunk(65536, 'f');
+    int result = 0;
+    for (int i = 0; i < 1000 && result >= 0; ++i) {
+        result = client.sendData(chunk.data(), static_cast<int>(chunk.size()), 0);
+    }
+    EXPECT_EQ(result, -2);
+    // writeData returns what fitted before EAGAIN.
+    int size = static_cast<int>(chunk.size());
+    int written = size;
+    for (int i = 0; i < 1000 && written == size; ++i)
+        written = client.writeData(chunk.data(), size);
+    EXPECT_GE(written, 0);
+    EXPECT_LT(written, size);
+    nettest::freshCapture();  // flushes what was logged so far
+    EXPECT_TRUE(capture.matching("error").empty());
     ::close(server);
 }
 

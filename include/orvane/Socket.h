@@ -21,8 +21,8 @@ enum SocketOption {
 // recvData/sendData/peekData (in microseconds, negative waits without limit)
 // runs out. The socket stays open after a failed transfer; the caller
 // decides to close it. Every send sets SIGPIPE to ignored for the whole
-// process, so writing to a closed peer returns -1 instead of ending the
-// program. No locking inside: one socket belongs to one thread at a time.
+// process (one signal() call per send), so writing to a closed peer returns
+// -1 instead of ending the program. No locking inside: one socket belongs to one thread at a time.
 // The descriptor is close-on-exec and closed by the destructor.
 class ORVANE_API Socket {
   public:

@@ -144,6 +144,10 @@ TEST(TcpSocket, ReportsRefusedConnectionsAndMissingPeers) {
         EXPECT_FALSE(client.setConnection("127.0.0.1", nettest::freePort()));
         EXPECT_EQ(capture.waitLine("connect error"),
                   "<E>DATE [TcpSocket::setConnection,L#] connect error:Connection refused.");
+        capture.clear();
+        EXPECT_FALSE(client.setConnection("no.such.peer", 80));  // not a dotted address
+        EXPECT_TRUE(capture.waitFor("[TcpSocket::setConnection,L"));
+        EXPECT_EQ(capture.matching("connect error:").size(), 1u);
         EXPECT_FALSE(client.setConnection("", 80));
         EXPECT_EQ(capture.waitLine("peer ip addr"),
                   "<E>DATE [TcpSocket::setConnection,L#] peer ip addr not set");

@@ -14,6 +14,12 @@
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
 
+// Files and directories.
 #include <orvane/Directory.h>
 #include <orvane/File.h>
 #include <orvane/IODevice.h>
+
+// Locks and inter-process communication.
+#include <orvane/MemShared.h>
+#include <orvane/MsgQueue.h>
+#include <orvane/Semaphore.h>

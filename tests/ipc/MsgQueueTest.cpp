@@ -1,12 +1,16 @@
 #include <gtest/gtest.h>
 #include <orvane/Directory.h>
 #include <orvane/MsgQueue.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
 
 #include "support/LogCapture.h"
@@ -167,6 +171,52 @@ void createWithoutQueueMemory() {
 TEST(MsgQueueFactory, ReportsAQueueTheKernelRefusesAndKeepsNothing) {
     SKIP_WITHOUT_MQUEUE();
     EXPECT_EXIT(createWithoutQueueMemory(), ::testing::ExitedWithCode(0), "refused as expected");
+}
+
+// True when this process may enter a mount namespace of its own (root in
+// most containers and hosts); probed in a child so nothing here changes.
+bool canUnshareMounts() {
+    pid_t child = ::fork();
+    if (child == 0) ::_exit(::unshare(CLONE_NEWNS) == 0 ? 0 : 1);
+    int status = 0;
+    return child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) &&
+           WEXITSTATUS(status) == 0;
+}
+
+bool mqueueMounted() {
+    std::ifstream in("/proc/self/mounts");
+    std::stringstream all;
+    all << in.rdbuf();
+    return all.str().find(" /dev/mqueue mqueue ") != std::string::npos;
+}
+
+// Run in a fresh process with a private mount namespace whose /dev is an
+// empty tmpfs: first read-only, so the mount fails, then writable.
+void mountOnDemand() {
+    bool ok = ::unshare(CLONE_NEWNS) == 0 &&
+              ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+              ::mount("tmpfs", "/dev", "tmpfs", MS_RDONLY, "size=64k") == 0 &&
+              !Directory::exists("/dev/mqueue");
+    auto& capture = test::LogCapture::get();
+    {
+        MsgQueue queue(1);
+        ok = ok && !queue.initialize() &&
+             capture.waitLine("mount mqueue") ==
+                 "<E>DATE [MsgQueue::initialize,L#] mount mqueue error!";
+    }
+    ok = ok && ::mount("tmpfs", "/dev", "tmpfs", MS_REMOUNT, "size=64k") == 0;
+    MsgQueue queue(1);
+    ok = ok && queue.initialize() && Directory::exists("/dev/mqueue") && mqueueMounted() &&
+         queue.sendMsg(record(1, "mounted")) == 0;
+    fprintf(stderr, ok ? "mounted on demand\n" : "unexpected result\n");
+    ::_exit(ok ? 0 : 1);
+}
+
+TEST(MsgQueue, MountsTheQueueFileSystemWhenItsDirectoryIsMissing) {
+    if (::geteuid() != 0 || !canUnshareMounts()) {
+        GTEST_SKIP() << "mounting needs root and a private mount namespace";
+    }
+    EXPECT_EXIT(mountOnDemand(), ::testing::ExitedWithCode(0), "mounted on demand");
 }
 
 }  // namespace

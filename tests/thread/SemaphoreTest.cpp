@@ -87,7 +87,8 @@ TEST_F(NamedSemaphoreTest, FreshOpenDiscardsTheCountOfAStaleSemaphore) {
     ASSERT_EQ(::access(("/dev/shm/sem." + name).c_str(), F_OK), 0);
 
     Semaphore sem;
-    ASSERT_TRUE(sem.open(3, name));
+    ASSERT_TRUE(sem.open(5, name));
+    ASSERT_TRUE(sem.open(3, name));  // opening again starts afresh too
     int value = -1;
     EXPECT_TRUE(sem.getValue(&value));
     EXPECT_EQ(value, 3);

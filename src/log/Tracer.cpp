@@ -2,7 +2,6 @@
 #include <orvane/Tracer.h>
 #include <syslog.h>
 
-#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>

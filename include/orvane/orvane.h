@@ -14,12 +14,13 @@
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
 
-// Files and directories.
 #include <orvane/Directory.h>
 #include <orvane/File.h>
 #include <orvane/IODevice.h>
 
-// Locks and inter-process communication.
+#include <orvane/SerialPort.h>
+#include <orvane/SpiDev.h>
+
 #include <orvane/MemShared.h>
 #include <orvane/MsgQueue.h>
 #include <orvane/Semaphore.h>

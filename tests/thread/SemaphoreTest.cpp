@@ -45,7 +45,7 @@ TEST(Semaphore, UnnamedCountsPostsAndTimesOutByPolling) {
     ASSERT_TRUE(sem.open(0, ""));
     auto start = Clock::now();
     EXPECT_FALSE(sem.wait(0));
-    EXPECT_LT(msSince(start), 20);
+    EXPECT_LT(msSince(start), 500);  // one attempt, no polling
     start = Clock::now();
     EXPECT_FALSE(sem.wait(50));
     long waited = msSince(start);

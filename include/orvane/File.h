@@ -36,7 +36,8 @@ enum FileType {
 //   fails on a File.
 // - With a write-merge buffer (setWMBuffer) writes are collected and reach the
 //   stream in whole buffers; flush() and close() write the remainder. flush()
-//   does not fflush the stream; close() fsyncs. Reads and seeks do not flush.
+//   does not fflush the stream. Reads and seeks do not flush.
+// - close() (and so the destructor) fsyncs the file: it waits for the disk.
 // - readLine and readString read one byte / 512 bytes per virtual readData call.
 class ORVANE_API File : public IODevice {
   public:

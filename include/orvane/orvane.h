@@ -8,6 +8,9 @@
 #include <orvane/Export.h>
 #include <orvane/File.h>
 #include <orvane/IODevice.h>
+#include <orvane/MemShared.h>
+#include <orvane/MsgQueue.h>
+#include <orvane/Semaphore.h>
 #include <orvane/SerialPort.h>
 #include <orvane/Server.h>
 #include <orvane/SignalHandler.h>

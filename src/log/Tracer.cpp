@@ -55,6 +55,11 @@ Tracer::Tracer() : name("Tracer"), level(1), running(false) {
 Tracer::~Tracer() {
     running = false;
     if (sinkTask.valid()) {
+        // The sink thread sets `running` when it begins; one that begins only
+        // now would loop for ever, so the request is repeated until it ends.
+        while (sinkTask.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) {
+            running = false;
+        }
         try {
             sinkTask.get();
         } catch (const std::exception& e) {

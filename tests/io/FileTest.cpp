@@ -95,6 +95,19 @@ TEST_F(FileTest, WriteMergeBufferReachesTheStreamInWholeBuffers) {
     EXPECT_EQ(slurp(p), expected + "tail");
 }
 
+TEST_F(FileTest, WriteMergeReportsAFailedBufferWriteWithItsCount) {
+    File file;
+    ASSERT_TRUE(file.setWMBuffer(4096));
+    ASSERT_TRUE(file.open("/dev/full", IO_WRITE));
+    std::string data(5000, 'x');
+    EXPECT_EQ(file.writeData(data.data(), 100), 100);
+    EXPECT_EQ(file.writeData(data.data(), 5000), 0);
+    EXPECT_EQ(line("MM("),
+              "<E>DATE [File::writeData,L#] MM(4096) wirte(0) error: No space left "
+              "on device");
+    EXPECT_TRUE(file.close());
+}
+
 TEST_F(FileTest, RejectsDataCallsOnAClosedFileAndBadArguments) {
     File file;
     char buf[8];

@@ -13,3 +13,7 @@
 #include <orvane/Time.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
+
+#include <orvane/Directory.h>
+#include <orvane/File.h>
+#include <orvane/IODevice.h>

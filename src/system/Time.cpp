@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <linux/rtc.h>
+#include <orvane/File.h>
 #include <orvane/StrUtil.h>
 #include <orvane/System.h>
 #include <orvane/Thread.h>
@@ -141,18 +142,6 @@ bool runTimeCommand(const std::string& command) {
     return false;
 }
 
-// Interim reader until File is available.
-std::string readWholeFile(const char* path) {
-    std::string text;
-    FILE* stream = fopen(path, "re");
-    if (stream == nullptr) return text;
-    char chunk[512];
-    size_t n;
-    while ((n = fread(chunk, 1, sizeof chunk, stream)) > 0) text.append(chunk, n);
-    fclose(stream);
-    return text;
-}
-
 // The hardware clock's device, open read-write while the object lives.
 class RtcDevice {
   public:
@@ -234,8 +223,8 @@ int DateTime::tzDiffSecs(bool withDst) {
 
 std::string DateTime::timeZone() {
     static const char* const kZoneFile = "/etc/timezone";
-    if (access(kZoneFile, F_OK) == 0) {
-        std::string zone = readWholeFile(kZoneFile);
+    if (File::exists(kZoneFile)) {
+        std::string zone = File::readAll(kZoneFile);
         size_t end = zone.find_last_not_of(" \t\r\n");
         return end == std::string::npos ? std::string() : zone.substr(0, end + 1);
     }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "support/LogCapture.h"
+#include "system/PrivateMount.h"
 
 namespace orvane {
 namespace {
@@ -267,6 +268,20 @@ TEST(DateTime, TimeZoneNamesTheSystemZone) {
     }
     EXPECT_FALSE(zone.empty());
     EXPECT_EQ(zone.find_last_of(" \t\r\n"), std::string::npos);
+}
+
+// Death-test child: without /etc/timezone the zone is the process's standard zone name.
+void zoneWithoutEtc() {
+    setenv("TZ", "CST-8", 1);
+    if (!test::hideDirectory("/etc")) _exit(2);
+    std::string zone = DateTime::timeZone();
+    fprintf(stderr, "zone [%s]\n", zone.c_str());
+    _exit(zone == "CST" ? 0 : 1);
+}
+
+TEST(DateTimeDeathTest, TimeZoneFallsBackToTheStandardZoneName) {
+    if (!test::canHideDirectory("/etc")) GTEST_SKIP() << "no private mount namespace here";
+    EXPECT_EXIT(zoneWithoutEtc(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(DateTime, HardwareClockWithoutDeviceGivesDefaultAndError) {

@@ -17,3 +17,6 @@
 #include <orvane/Directory.h>
 #include <orvane/File.h>
 #include <orvane/IODevice.h>
+
+#include <orvane/Pluglet.h>
+#include <orvane/SysStat.h>

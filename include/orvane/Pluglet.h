@@ -8,7 +8,7 @@
 namespace orvane {
 
 // Kinds of plug-in that Pluglet::open accepts.
-enum PlugletType {
+enum PlugletType : int {
     PLUGLET_SHARED_LIB = 0,  // a shared library, loaded with dlopen
 };
 

@@ -22,7 +22,8 @@ class ORVANE_API Time {
   public:
     Time() = default;
     Time(long sec, long usec);
-    // Truncated toward zero, to the microsecond.
+    // Truncated toward zero, to the microsecond; NaN gives 0, and the seconds
+    // are kept within +-9.2e12 so that toMicroSec() cannot overflow.
     explicit Time(double seconds);
     explicit Time(unsigned long microseconds);
     explicit Time(const timeval& tv);

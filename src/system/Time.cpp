@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -33,9 +34,23 @@ Time now(clockid_t clock) {
 
 Time::Time(long sec, long usec) : sec_(sec + usec / 1000000), usec_(usec % 1000000) {}
 
-Time::Time(double seconds)
-    : sec_(static_cast<int64_t>(seconds)),
-      usec_(static_cast<int64_t>((seconds - std::trunc(seconds)) * 1000000.0)) {}
+namespace {
+
+// Seconds whose microseconds still fit in 64 bits (about 290000 years);
+// NaN becomes 0.
+double clampSeconds(double seconds) {
+    const double limit = 9.2e12;
+    if (std::isnan(seconds)) return 0.0;
+    return std::max(-limit, std::min(limit, seconds));
+}
+
+}  // namespace
+
+Time::Time(double seconds) : Time() {
+    seconds = clampSeconds(seconds);
+    sec_ = static_cast<int64_t>(seconds);
+    usec_ = static_cast<int64_t>((seconds - std::trunc(seconds)) * 1000000.0);
+}
 
 Time::Time(unsigned long microseconds)
     : sec_(static_cast<int64_t>(microseconds / 1000000)),
@@ -198,7 +213,7 @@ int DateTime::weekday() const {
     int k = y % 100;
     int h = k + k / 4 + y / 400 - 2 * (y / 100) + (13 * (m + 1)) / 5 + day;
     // Dates after 4 October 1582 are Gregorian, earlier ones Julian.
-    h += (year * 10000 + month * 100 + day > 15821004) ? -1 : 2;
+    h += (static_cast<int64_t>(year) * 10000 + month * 100 + day > 15821004) ? -1 : 2;
     return (h % 7 + 7) % 7;
 }
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -99,6 +100,9 @@ TEST(Time, NormalisesMicrosecondsFromEveryConstructor) {
     EXPECT_EQ(Time(timeval{4, 999999}), Time(4, 999999));
     EXPECT_EQ(Time(timespec{5, 1999}), Time(5, 1));
     EXPECT_EQ(Time(), Time(0, 0));
+    EXPECT_EQ(Time(std::nan("")), Time());
+    EXPECT_EQ(Time(1e300).sec(), 9200000000000);
+    EXPECT_EQ(Time(-HUGE_VAL).sec(), -9200000000000);
 
     EXPECT_EQ(Time(3, 5).toString(), "3.000005");
     EXPECT_EQ(Time(1, 250000).toSec(), 1.25);

@@ -10,6 +10,7 @@
 #include <orvane/IODevice.h>
 #include <orvane/MemShared.h>
 #include <orvane/MsgQueue.h>
+#include <orvane/Pluglet.h>
 #include <orvane/Semaphore.h>
 #include <orvane/SerialPort.h>
 #include <orvane/Server.h>
@@ -19,6 +20,7 @@
 #include <orvane/SocketCAN.h>
 #include <orvane/SpiDev.h>
 #include <orvane/StrUtil.h>
+#include <orvane/SysStat.h>
 #include <orvane/System.h>
 #include <orvane/Thread.h>
 #include <orvane/Time.h>

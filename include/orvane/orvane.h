@@ -13,3 +13,8 @@
 #include <orvane/Time.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
+
+#include <orvane/Delayer.h>
+#include <orvane/Event.h>
+#include <orvane/Poller.h>
+#include <orvane/Timer.h>

@@ -40,10 +40,11 @@ inline int countTasks(const std::string& comm = std::string(), int* lastTid = nu
     return count;
 }
 
-// Waits up to timeoutMs for the process to have `expected` threads.
-inline bool waitTaskCount(int expected, int timeoutMs = 2000) {
+// Waits up to timeoutMs for the process to have `expected` threads (named `comm`).
+inline bool waitTaskCount(int expected, int timeoutMs = 2000,
+                          const std::string& comm = std::string(), int* lastTid = nullptr) {
     auto start = Clock::now();
-    while (countTasks() != expected) {
+    while (countTasks(comm, lastTid) != expected) {
         if (msSince(start) > timeoutMs) return false;
         struct timespec pause = {0, 1000000};
         nanosleep(&pause, nullptr);

@@ -150,7 +150,7 @@ TEST(TimerManager, StopsIdleOrBusyAndLeavesNoThread) {
         TimerManager manager;
         ASSERT_TRUE(manager.start());
         EXPECT_TRUE(manager.start());  // already running
-        EXPECT_EQ(test::countTasks("TimerManager"), 1);
+        EXPECT_TRUE(test::waitTaskCount(1, 2000, "TimerManager"));
         manager.registerTimer(every, [&] { fired.record(); });
         ASSERT_TRUE(fired.waitCount(3));
         // Destroyed while its thread runs and a timer is registered.
@@ -240,10 +240,9 @@ double rTimerWakeupsPerSecond(int periodMs) {
     RTimer timer(listener, 1);
     EXPECT_TRUE(timer.start(periodMs, true));
     int tid = 0;
-    auto start = Clock::now();
-    while (test::countTasks("RTimer", &tid) != 1 && msSince(start) < 1000) sleepMs(1);
+    EXPECT_TRUE(test::waitTaskCount(1, 2000, "RTimer", &tid));
     long before = test::voluntarySwitches(tid);
-    start = Clock::now();
+    auto start = Clock::now();
     sleepMs(200);
     long after = test::voluntarySwitches(tid);
     double seconds = msSince(start) / 1000;

@@ -56,8 +56,9 @@ class ORVANE_API Timer {
 // examines every registered timer once per 1 ms pass: timers have a 1 ms
 // resolution, fire at most once per pass, and the thread wakes 1000 times a
 // second while started, even with no timer registered.
-// A periodic timer's next period starts from the pass in which it fired, so
-// each period is stretched by the lateness of that pass (the phase drifts).
+// A periodic timer's next period starts from the pass in which it fired, a
+// little after that pass began, so a P ms timer fires every P or, mostly,
+// P + 1 ms, and its phase drifts against the clock.
 // A one-shot timer stays registered after firing and is merely skipped.
 // Callbacks run on the manager thread with its mutex held: they must not
 // call registerTimer or unregisterTimer, and a slow callback delays every
@@ -130,11 +131,13 @@ class ORVANE_API RTimer : public Runnable {
 
 // One timer backed by a monotonic timerfd, watched by a Poller on a thread
 // of its own ("HRTimer"); the listener is called once per wake-up, however
-// many expiries it covers, so firings are exact to the kernel's timer but
-// never queued up.
+// many expiries it covers: expiries that pass while the thread is not
+// scheduled merge into one call rather than queue up.
 // Cost: the thread polls the timerfd with a wait of period / 10000 ms, which
 // is zero for periods under 10 s: while started it keeps one CPU core busy,
-// also after a one-shot timer fired, until stop() is called.
+// also after a one-shot timer fired, until stop() is called. On a loaded
+// machine the scheduler treats that thread as a CPU hog, so it runs late and
+// merges expiries; prefer RTimer or TimerManager there.
 // start() fails for a period of 0 or less, a null listener, or when the
 // timerfd or its poller cannot be set up; only the poller failures are
 // logged. start() while running re-arms the timer. start() and stop() belong

@@ -115,22 +115,12 @@ void BM_TimerManager(benchmark::State& state) {
     }
 }
 
-void BM_RTimer(benchmark::State& state) {
+// RTimer or HRTimer: a timer with its own thread and a listener.
+template <class TimerType>
+void BM_ThreadTimer(benchmark::State& state) {
     for (auto _ : state) {
         Probe probe;
-        orvane::RTimer timer(probe, 1);
-        auto start = Clock::now();
-        timer.start(kPeriodMs, true);
-        probe.waitDone();
-        timer.stop();
-        probe.report(state, start);
-    }
-}
-
-void BM_HRTimer(benchmark::State& state) {
-    for (auto _ : state) {
-        Probe probe;
-        orvane::HRTimer timer(probe, 1);
+        TimerType timer(probe, 1);
         auto start = Clock::now();
         timer.start(kPeriodMs, true);
         probe.waitDone();
@@ -141,8 +131,14 @@ void BM_HRTimer(benchmark::State& state) {
 
 BENCHMARK(BM_Baseline_SleepUntil)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_TimerManager)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_RTimer)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_HRTimer)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_ThreadTimer, orvane::RTimer)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_TEMPLATE(BM_ThreadTimer, orvane::HRTimer)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 }  // namespace
 

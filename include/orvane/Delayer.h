@@ -47,6 +47,8 @@ class ORVANE_API Delayer {
 
     std::function<void()> callback;
     std::atomic<bool> running;
+    // Set when the function threw: the task has ended although running is set.
+    std::atomic<bool> failed;
     std::future<void> task;
     std::mutex mutex;
     Time start_;

@@ -140,7 +140,8 @@ class ORVANE_API RTimer : public Runnable {
 // merges expiries; prefer RTimer or TimerManager there.
 // start() fails for a period of 0 or less, a null listener, or when the
 // timerfd or its poller cannot be set up; only the poller failures are
-// logged. start() while running re-arms the timer. start() and stop() belong
+// logged. start() while running re-arms the timer (and the thread logs its
+// "allready started" warning). start() and stop() belong
 // to one controlling thread, and the listener must not call stop() on its
 // own timer. The descriptor stays open until destruction.
 class ORVANE_API HRTimer : public Runnable {

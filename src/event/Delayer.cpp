@@ -1,7 +1,6 @@
 #include <orvane/Delayer.h>
 #include <orvane/Thread.h>
 
-#include <chrono>
 #include <cstdint>
 #include <exception>
 
@@ -9,7 +8,8 @@
 
 namespace orvane {
 
-Delayer::Delayer() : className("Delayer"), running(false), delaySeconds(0), armed(0) {}
+Delayer::Delayer()
+    : className("Delayer"), running(false), failed(false), delaySeconds(0), armed(0) {}
 
 Delayer::~Delayer() { stop(); }
 
@@ -20,11 +20,9 @@ bool Delayer::start(unsigned int seconds, std::function<void()> function) {
         start_ = Time::fromMono();
         callback = std::move(function);
         ++armed;
-        // A task that ended while running is still set has thrown: it is
-        // collected below; any other running task picks up the new values.
-        bool ended =
-            task.valid() && task.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-        if (running && !ended) return true;
+        // A waiting task picks up the new values; one whose function threw
+        // is collected below.
+        if (running && !failed) return true;
     }
     if (running) stop();
     return launch();
@@ -34,6 +32,7 @@ bool Delayer::launch() {
     // Raised before the task runs, so that a stop() right after start() is
     // not overwritten by a task that starts late.
     running = true;
+    failed = false;
     try {
         task = std::async(std::launch::async, [this] { countdown(); });
     } catch (const std::exception& e) {
@@ -68,7 +67,13 @@ void Delayer::countdown() {
             function = callback;
             seen = armed;
         }
-        function();  // an empty function throws; the future keeps the exception
+        try {
+            function();  // an empty function throws bad_function_call
+        } catch (...) {
+            // The future keeps the exception for stop(); running stays set.
+            failed = true;
+            throw;
+        }
         std::lock_guard<std::mutex> lock(mutex);
         // Armed again while the function ran: count down anew.
         if (running && armed != seen) continue;

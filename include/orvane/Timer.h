@@ -24,9 +24,10 @@ class ORVANE_API TimerListener {
 };
 
 // A software timer examined by a TimerManager (or by the caller's own loop
-// through checkTimeout). A periodic timer keeps firing; a one-shot timer
-// fires once and then stays fired: reset() does not re-arm it, whatever its
-// arguments. A timer built with a period below 1 ms never fires.
+// through checkTimeout). Once fired, a timer reports true without firing
+// again until reset() re-arms it, which the manager does after each firing;
+// reset() re-arms only a periodic timer: a fired one-shot timer stays fired
+// whatever its arguments. A timer built with a period below 1 ms never fires.
 // Not thread-safe: once registered, the timer belongs to the manager's
 // thread (reset it from its callback only), and it must be unregistered
 // before it is destroyed.
@@ -38,8 +39,8 @@ class ORVANE_API Timer {
     // stay); a periodic timer is re-armed; the period restarts now.
     void reset(int periodMs, bool repeat);
     // True when the timer fired now (the callback, if any, was called) or
-    // has already fired for good; false while the period runs. A late
-    // periodic timer keeps its phase unless it is a whole period late.
+    // had fired before; false while the period runs. A late periodic timer
+    // moves its start back by its lateness, unless a whole period late.
     bool checkTimeout(std::function<void()> callback);
 
   protected:
@@ -141,9 +142,9 @@ class ORVANE_API RTimer : public Runnable {
 // start() fails for a period of 0 or less, a null listener, or when the
 // timerfd or its poller cannot be set up; only the poller failures are
 // logged. start() while running re-arms the timer (and the thread logs its
-// "allready started" warning). start() and stop() belong
-// to one controlling thread, and the listener must not call stop() on its
-// own timer. The descriptor stays open until destruction.
+// "allready started" warning). start() and stop() belong to one controlling
+// thread, and the listener must not call stop() on its own timer. The
+// descriptor stays open until destruction.
 class ORVANE_API HRTimer : public Runnable {
   public:
     HRTimer(const TimerListener& listener, int id);

@@ -81,6 +81,8 @@ TEST(Timer, OneShotFiresOnceAndResetDoesNotRearmIt) {
     int calls = 0;
     auto count = [&calls] { ++calls; };
 
+    Timer negative(-5, false);
+    EXPECT_TRUE(negative.checkTimeout(count));
     Timer never(0, true);
     EXPECT_TRUE(never.checkTimeout(count));  // fired from the start
     never.reset(5, true);                    // a periodic reset re-arms even this one

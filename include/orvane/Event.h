@@ -38,6 +38,8 @@ class ORVANE_API EventListener {
 // dropped. A listener must not dispatch on the same dispatcher (deadlock);
 // an exception a listener throws reaches the caller of dispatchEvent, except
 // with a timeout of 0 or after a timeout, where it is dropped with the answer.
+// The timeout runs against the system (wall) clock: setting the clock during
+// a dispatch shortens or lengthens the wait.
 // Listeners are not owned and must outlive their registration; change the
 // list only while no dispatch runs. Any thread may dispatch.
 class ORVANE_API EventDispatcher {

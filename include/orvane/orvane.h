@@ -4,13 +4,16 @@
 // clang-format off
 #include <orvane/Application.h>
 #include <orvane/AsyncTaskQueue.h>
+#include <orvane/Delayer.h>
 #include <orvane/Directory.h>
+#include <orvane/Event.h>
 #include <orvane/Export.h>
 #include <orvane/File.h>
 #include <orvane/IODevice.h>
 #include <orvane/MemShared.h>
 #include <orvane/MsgQueue.h>
 #include <orvane/Pluglet.h>
+#include <orvane/Poller.h>
 #include <orvane/Semaphore.h>
 #include <orvane/SerialPort.h>
 #include <orvane/Server.h>
@@ -24,6 +27,7 @@
 #include <orvane/System.h>
 #include <orvane/Thread.h>
 #include <orvane/Time.h>
+#include <orvane/Timer.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
 // clang-format on

@@ -1,15 +1,14 @@
 #include <fcntl.h>
 #include <linux/serial.h>
 #include <orvane/SerialPort.h>
-#include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "device/SerialTermios.h"
+#include "io/WaitFd.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -55,44 +54,6 @@ bool accepted(int attr, int value) {
     }
     auto v = static_cast<unsigned int>(value);  // negative values are refused
     return v >= kRanges[attr].lowest && v <= kRanges[attr].highest;
-}
-
-enum Readiness { kTimeout, kReady, kNotSet, kFailed };
-
-// Waits until fd is readable (or writable), as select() reports it. select()
-// cannot watch a descriptor at or above FD_SETSIZE; such a descriptor is
-// waited on with ppoll(), whose result is mapped onto select()'s meaning.
-Readiness selectReady(int fd, bool forWrite, int timeoutUs, int* err) {
-    timeval limit{};
-    timeval* limitPtr = nullptr;
-    if (timeoutUs >= 0) {
-        limit.tv_sec = timeoutUs / 1000000;
-        limit.tv_usec = timeoutUs % 1000000;
-        limitPtr = &limit;
-    }
-    if (fd < FD_SETSIZE) {
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(fd, &set);
-        int n =
-            select(fd + 1, forWrite ? nullptr : &set, forWrite ? &set : nullptr, nullptr, limitPtr);
-        *err = errno;
-        if (n == 0) return kTimeout;
-        if (n < 0) return kFailed;
-        return FD_ISSET(fd, &set) ? kReady : kNotSet;
-    }
-    timespec pollLimit{limit.tv_sec, limit.tv_usec * 1000};
-    pollfd entry{fd, static_cast<short>(forWrite ? POLLOUT : POLLIN), 0};
-    int n = ppoll(&entry, 1, limitPtr != nullptr ? &pollLimit : nullptr, nullptr);
-    *err = errno;
-    if (n == 0) return kTimeout;
-    if (n < 0) return kFailed;
-    if ((entry.revents & POLLNVAL) != 0) {
-        *err = EBADF;
-        return kFailed;
-    }
-    short readyEvents = forWrite ? (POLLOUT | POLLERR) : (POLLIN | POLLHUP | POLLERR);
-    return (entry.revents & readyEvents) != 0 ? kReady : kNotSet;
 }
 
 }  // namespace
@@ -260,16 +221,16 @@ int SerialPort::exchange(char* in, const char* out, int len, int timeoutUs, cons
         return -1;
     }
     int err = 0;
-    switch (selectReady(fd_, out != nullptr, timeoutUs, &err)) {
-        case kTimeout:
+    switch (detail::waitFd(fd_, out != nullptr, timeoutUs, &err)) {
+        case detail::WAIT_TIMEOUT:
             return -2;
-        case kFailed:
+        case detail::WAIT_ERROR:
             ORVANE_ERROR_IN(method, "select error:%s", strerror(err));
             return -1;
-        case kNotSet:
+        case detail::WAIT_NOT_SET:
             ORVANE_ERROR_IN(method, "fd is not set.");
             return -1;
-        case kReady:
+        case detail::WAIT_READY:
             break;
     }
     ssize_t n = out != nullptr ? ::write(fd_, out, static_cast<size_t>(len))

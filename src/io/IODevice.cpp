@@ -1,12 +1,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <orvane/IODevice.h>
-#include <poll.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <ctime>
 
+#include "io/WaitFd.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -110,21 +110,20 @@ int IODevice::transfer(const char* method, const char* paramText, char* buf, int
 // because select cannot take a descriptor at or above FD_SETSIZE. Returns
 // 1 when ready, -2 on timeout and -1 (logged for `method`) on error.
 int IODevice::waitReady(const char* method, bool forWrite, int timeoutUs) {
-    pollfd pfd{fd_, static_cast<short>(forWrite ? POLLOUT : POLLIN), 0};
-    timespec limit{timeoutUs / 1000000, (timeoutUs % 1000000) * 1000L};
-    int rc = ::ppoll(&pfd, 1, timeoutUs >= 0 ? &limit : nullptr, nullptr);
-    if (rc == 0) return -2;
-    if (rc < 0 || (pfd.revents & POLLNVAL) != 0) {
-        int err = rc < 0 ? errno : EBADF;
-        ORVANE_ERROR_IN(method, "select error:%s", strerror(err));
-        return -1;
+    int err = 0;
+    switch (detail::waitFd(fd_, forWrite, timeoutUs, &err)) {
+        case detail::WAIT_READY:
+            return 1;
+        case detail::WAIT_TIMEOUT:
+            return -2;
+        case detail::WAIT_ERROR:
+            ORVANE_ERROR_IN(method, "select error:%s", strerror(err));
+            return -1;
+        case detail::WAIT_NOT_SET:
+            break;
     }
-    short wanted = forWrite ? (POLLOUT | POLLERR) : (POLLIN | POLLHUP | POLLERR);
-    if ((pfd.revents & wanted) == 0) {
-        ORVANE_ERROR_IN(method, "%s", forWrite ? "writefds error" : "readfds error");
-        return -1;
-    }
-    return 1;
+    ORVANE_ERROR_IN(method, "%s", forWrite ? "writefds error" : "readfds error");
+    return -1;
 }
 
 bool IODevice::setFlags(int flags) {

@@ -1,7 +1,5 @@
 #include "net/SocketIo.h"
 
-#include <poll.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -10,32 +8,6 @@
 
 namespace orvane {
 namespace detail {
-
-WaitResult waitFd(int fd, bool forWrite, int timeoutUs, int* err) {
-    pollfd entry{};
-    entry.fd = fd;
-    entry.events = forWrite ? POLLOUT : POLLIN;
-    timespec limit{};
-    timespec* limitPtr = nullptr;
-    if (timeoutUs >= 0) {
-        limit.tv_sec = timeoutUs / 1000000;
-        limit.tv_nsec = static_cast<long>(timeoutUs % 1000000) * 1000;
-        limitPtr = &limit;
-    }
-    int n = ppoll(&entry, 1, limitPtr, nullptr);
-    if (n < 0) {
-        *err = errno;
-        return WAIT_ERROR;
-    }
-    if (n == 0) return WAIT_TIMEOUT;
-    if (entry.revents & POLLNVAL) {
-        // What select() reports for a descriptor that is not open.
-        *err = EBADF;
-        return WAIT_ERROR;
-    }
-    if (entry.revents & (entry.events | POLLERR | POLLHUP)) return WAIT_READY;
-    return WAIT_NOT_SET;
-}
 
 bool checkTransfer(const std::string& className, const char* method, const void* buf, int len,
                    int fd) {

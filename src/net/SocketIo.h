@@ -2,21 +2,14 @@
 
 #include <string>
 
+#include "io/WaitFd.h"
+
 // Steps shared by the data calls of every socket class. Each takes the
 // calling class's name and method, so its log lines carry the tag of the
 // class that defines the calling operation.
 
 namespace orvane {
 namespace detail {
-
-// How a wait ended.
-enum WaitResult { WAIT_READY = 1, WAIT_TIMEOUT = 0, WAIT_ERROR = -1, WAIT_NOT_SET = -3 };
-
-// Waits until `fd` is readable (or writable), at most timeoutUs microseconds;
-// a negative timeout waits without limit. WAIT_ERROR leaves errno's value in
-// *err. A socket with a pending error or hang-up counts as ready, as with
-// select(); unlike select() any descriptor number works.
-WaitResult waitFd(int fd, bool forWrite, int timeoutUs, int* err);
 
 // "param error." when `buf` is null or len < 1, then "socket not open."
 // when fd is negative; false after logging either.

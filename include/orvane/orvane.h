@@ -13,3 +13,6 @@
 #include <orvane/Time.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
+
+#include <orvane/Coroutine.h>
+#include <orvane/FSMachine.h>

@@ -152,7 +152,10 @@ void Coroutine::usleep(int us) {
     } while (Time::usSinceMono(start) < us);
 }
 
-void Coroutine::msleep(int ms) { usleep(ms > INT_MAX / 1000 ? INT_MAX : ms * 1000); }
+void Coroutine::msleep(int ms) {
+    if (ms < 0) ms = 0;
+    usleep(ms > INT_MAX / 1000 ? INT_MAX : ms * 1000);
+}
 
 // Not inlined, so that its marker lies below every frame of the coroutine,
 // yield() included.

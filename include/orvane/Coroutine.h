@@ -129,6 +129,8 @@ class ORVANE_API CoScheduler {
     std::map<int, std::shared_ptr<Coroutine>> coroutines;
     ucontext_t context_;
     alignas(64) unsigned char stack_[kStackSize];
+    // A coroutine that stopped itself, held until it has switched back.
+    std::shared_ptr<Coroutine> retired;
     // The stack of the thread that drives the scheduler, as AddressSanitizer
     // reported it at the last switch into a coroutine (sanitizer builds only).
     const void* callerStack;

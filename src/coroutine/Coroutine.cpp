@@ -224,6 +224,7 @@ bool CoScheduler::start(std::shared_ptr<Coroutine> co) {
     makecontext(&co->context, reinterpret_cast<void (*)()>(&CoScheduler::coroutineEntry), 1,
                 co.get());
     int err = switchIn(co.get());
+    retired.reset();
     if (err == 0) return true;
     co->state_ = Coroutine::kIdle;
     coroutines.erase(id);
@@ -234,15 +235,20 @@ bool CoScheduler::start(std::shared_ptr<Coroutine> co) {
 bool CoScheduler::schedule(int id) {
     auto found = coroutines.find(id);
     if (found == coroutines.end()) return false;
-    // Held here, so a coroutine that stops itself lives until it has switched back.
-    std::shared_ptr<Coroutine> co = found->second;
-    return co->resume();
+    bool resumed = found->second->resume();
+    retired.reset();
+    return resumed;
 }
 
 bool CoScheduler::stop(int id) {
     auto found = coroutines.find(id);
     if (found == coroutines.end()) return false;
-    found->second->state_ = Coroutine::kIdle;
+    Coroutine& co = *found->second;
+    // A coroutine stopping itself still runs on the shared stack: it is kept
+    // until it has switched back (a move, no reference count traffic on the
+    // switch path).
+    if (co.state_ == Coroutine::kRunning) retired = std::move(found->second);
+    co.state_ = Coroutine::kIdle;
     coroutines.erase(found);
     return true;
 }

@@ -4,10 +4,12 @@
 // clang-format off
 #include <orvane/Application.h>
 #include <orvane/AsyncTaskQueue.h>
+#include <orvane/Coroutine.h>
 #include <orvane/Delayer.h>
 #include <orvane/Directory.h>
 #include <orvane/Event.h>
 #include <orvane/Export.h>
+#include <orvane/FSMachine.h>
 #include <orvane/File.h>
 #include <orvane/IODevice.h>
 #include <orvane/MemShared.h>

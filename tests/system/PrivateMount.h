@@ -1,9 +1,12 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstdio>
 
 namespace orvane {
 namespace test {
@@ -26,6 +29,16 @@ inline bool canHideDirectory(const char* dir) {
     int status = 0;
     return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) &&
            WEXITSTATUS(status) == 0;
+}
+
+// Ends a death-test child: gtest keeps the child's failures to itself, so
+// they are written to stderr (which the parent shows) and set the exit code.
+[[noreturn]] inline void exitWithChecks() {
+    const auto* result = ::testing::UnitTest::GetInstance()->current_test_info()->result();
+    for (int i = 0; i < result->total_part_count(); ++i) {
+        fprintf(stderr, "%s\n", result->GetTestPartResult(i).message());
+    }
+    _exit(result->Failed() ? 1 : 0);
 }
 
 }  // namespace test

@@ -1,111 +1,94 @@
 #pragma once
 
 // Plain BSD-socket peers on the loopback interface, for tests that check the
-// library's sockets against an independent implementation.
+// library's sockets against an independent implementation, and a check that
+// each bad call logs exactly its one line.
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
+#include <gtest/gtest.h>
 #include <orvane/Socket.h>
 #include <orvane/Tracer.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "support/LogCapture.h"
 
 namespace orvane {
 namespace nettest {
 
-// The capture, emptied after every line logged so far has been delivered, so
-// a test sees only its own lines.
-inline test::LogCapture& freshCapture() {
-    static int serial = 0;
+// The error lines logged since the last call, normalised, once every line
+// logged so far was delivered.
+inline std::vector<std::string> errorLines() {
     auto& capture = test::LogCapture::get();
-    std::string marker = "net test marker " + std::to_string(++serial);
-    Tracer::getInstance().print(1, "<I>%s", marker.c_str());
-    capture.waitFor(marker);
+    Tracer::getInstance().print(1, "<I>net test marker");
+    capture.waitFor("net test marker");
+    std::vector<std::string> lines;
+    for (auto& entry : capture.lines()) {
+        if (entry.second.rfind("<E>", 0) == 0)
+            lines.push_back(test::LogCapture::normalise(entry.second));
+    }
     capture.clear();
-    return capture;
+    return lines;
+}
+
+// The capture, holding no line logged before this call.
+inline test::LogCapture& freshCapture() { return errorLines(), test::LogCapture::get(); }
+
+// A call that must return -1 and log exactly the error line "<E>DATE " + line
+// (none if "").
+using BadCall = std::pair<std::function<int()>, std::string>;
+
+inline void expectOneLineEach(const std::vector<BadCall>& cases) {
+    errorLines();
+    for (auto& badCall : cases) {
+        EXPECT_EQ(badCall.first(), -1) << badCall.second;
+        auto expected = "<E>DATE " + badCall.second;
+        EXPECT_EQ(errorLines(), std::vector<std::string>(!badCall.second.empty(), expected));
+    }
 }
 
 inline sockaddr_in loopback(unsigned short port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
+    return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
 }
 
-inline unsigned short boundPort(int fd) {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-    return ntohs(address.sin_port);
-}
-
-// A socket of `type` bound to 127.0.0.1 on an ephemeral port.
+// A socket of `type` bound to 127.0.0.1 on an ephemeral port (listening if a stream).
 inline int bsdSocket(int type, unsigned short* port) {
     int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    socklen_t size = sizeof address;
+    bind(fd, reinterpret_cast<sockaddr*>(&address), size);
     if (type == SOCK_STREAM) listen(fd, 8);
-    *port = boundPort(fd);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    *port = ntohs(address.sin_port);
     return fd;
 }
 
 inline int bsdConnect(unsigned short port) {
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(port);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        ::close(fd);
-        return -1;
-    }
+    connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
     return fd;
 }
 
-// A port on which nothing listens (bound once, then released).
-inline unsigned short freePort() {
-    unsigned short port = 0;
-    int fd = bsdSocket(SOCK_STREAM, &port);
-    ::close(fd);
-    return port;
-}
-
-// Up to `max` bytes that arrive within timeoutMs; "" on timeout or end of stream.
-inline std::string readSome(int fd, int timeoutMs = 3000, size_t max = 4096) {
+// What arrives within timeoutMs: "" on timeout, "<eof>" when the peer closed.
+inline std::string readSome(int fd, int timeoutMs = 3000) {
     pollfd entry{fd, POLLIN, 0};
-    if (poll(&entry, 1, timeoutMs) != 1) return std::string();
-    std::string text(max, '\0');
-    ssize_t n = recv(fd, &text[0], max, 0);
-    text.resize(n > 0 ? static_cast<size_t>(n) : 0);
-    return text;
+    if (poll(&entry, 1, timeoutMs) != 1) return "";
+    char buf[8192];
+    ssize_t n = recv(fd, buf, sizeof buf, 0);
+    return n > 0 ? std::string(buf, static_cast<size_t>(n)) : n == 0 ? "<eof>" : "<error>";
 }
 
-// True when the peer closes the stream within timeoutMs.
-inline bool closedByPeer(int fd, int timeoutMs = 3000) {
-    pollfd entry{fd, POLLIN, 0};
-    if (poll(&entry, 1, timeoutMs) != 1) return false;
-    char byte = 0;
-    return recv(fd, &byte, 1, 0) == 0;
-}
-
-// Connects `client` to a BSD listener on the loopback interface and returns
-// the accepted descriptor of the other end (-1 on failure).
-inline int connectPair(TcpSocket& client) {
-    unsigned short port = 0;
-    int listener = bsdSocket(SOCK_STREAM, &port);
-    int server = -1;
-    if (client.open("", 0) && client.setConnection("127.0.0.1", port)) {
-        server = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    }
-    ::close(listener);
-    return server;
-}
-
-inline void sendText(int fd, const std::string& text) {
-    send(fd, text.data(), text.size(), MSG_NOSIGNAL);
+// Sends on a connected stream, or as a datagram to 127.0.0.1:port.
+inline void sendText(int fd, const std::string& text, unsigned short port = 0) {
+    sockaddr_in to = loopback(port);
+    sendto(fd, text.data(), text.size(), MSG_NOSIGNAL,
+           port ? reinterpret_cast<sockaddr*>(&to) : nullptr, port ? sizeof to : 0);
 }
 
 }  // namespace nettest

@@ -1,31 +1,36 @@
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "support/LogCapture.h"
 
 namespace orvane {
 namespace test {
 
+// One row of an open-mode table: the descriptor's access mode, whether it
+// appends, and whether opening emptied the file.
+struct ModeCase {
+    int mode, access;
+    bool append, truncates;
+};
+
 // A private temporary directory, removed with everything in it; log lines
-// cleared before each test and the descriptor count checked after it.
+// cleared before each test.
 class TempDirTest : public ::testing::Test {
   protected:
     void SetUp() override {
         LogCapture::get().clear();
         dir = tempPath("io");
         ASSERT_TRUE(std::filesystem::create_directory(dir));
-        fdsBefore = openFdCount();
     }
-    void TearDown() override {
-        EXPECT_EQ(openFdCount(), fdsBefore);
-        std::filesystem::remove_all(dir);
-    }
+    void TearDown() override { std::filesystem::remove_all(dir); }
     // Writes `content` to dir/name and returns the path.
     std::string put(const std::string& name, const std::string& content) {
         std::string p = dir + "/" + name;
@@ -34,24 +39,29 @@ class TempDirTest : public ::testing::Test {
     }
     static std::string slurp(const std::string& p) {
         std::ifstream in(p, std::ios::binary);
-        std::stringstream all;
-        all << in.rdbuf();
-        return all.str();
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     }
     // The first line containing `text`, normalised; "" when none comes.
     static std::string line(const std::string& text) { return LogCapture::get().waitLine(text); }
 
-    std::string dir;
-    int fdsBefore = 0;
-};
+    // Opens a fresh six-byte file with each row's mode and checks the descriptor.
+    template <class Device>
+    void checkModes(const std::vector<ModeCase>& cases) {
+        for (const ModeCase& c : cases) {
+            SCOPED_TRACE("mode " + std::to_string(c.mode));
+            std::string p = put("modes", "abcdef");
+            Device dev;
+            ASSERT_TRUE(dev.open(p, c.mode));
+            int flags = ::fcntl(dev.fd(), F_GETFL);
+            EXPECT_EQ(flags & O_ACCMODE, c.access);
+            EXPECT_EQ((flags & O_APPEND) != 0, c.append);
+            EXPECT_NE(::fcntl(dev.fd(), F_GETFD) & FD_CLOEXEC, 0);
+            EXPECT_TRUE(dev.close());
+            EXPECT_EQ(slurp(p).size(), c.truncates ? 0u : 6u);
+        }
+    }
 
-// One row of an open-mode table: the descriptor's access mode, whether it
-// appends, and whether opening emptied the file.
-struct ModeCase {
-    int mode;
-    int access;
-    bool append;
-    bool truncates;
+    std::string dir;
 };
 
 }  // namespace test

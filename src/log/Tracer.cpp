@@ -112,7 +112,10 @@ void Tracer::addSink(std::shared_ptr<TracerSink> sink) {
 }
 
 void Tracer::start() {
-    if (running) return;
+    // The thread sets running itself; a second call made before it has done
+    // so must not launch another (replacing the future would wait for ever on
+    // the first thread).
+    if (running || sinkTask.valid()) return;
     try {
         sinkTask = std::async(std::launch::async, [this] { sinkLoop(); });
     } catch (const std::exception& e) {

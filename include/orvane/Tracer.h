@@ -56,7 +56,6 @@ class ORVANE_API Tracer : public Singleton<Tracer> {
     std::mutex queueMutex;
     std::mutex sinkMutex;
     std::vector<std::string> pending;
-    std::vector<std::string> spare;  // the swapped-out queue, kept for its capacity
     std::vector<std::shared_ptr<TracerSink>> sinks;
 };
 

@@ -138,20 +138,24 @@ void Tracer::flush() {
 }
 
 void Tracer::sinkMsg() {
+    // A local list, so that a pass run by a caller other than the sink thread
+    // cannot collide with the sink thread's own.
+    std::vector<std::string> lines;
     {
         std::lock_guard<std::mutex> lock(queueMutex);
         if (pending.empty()) return;
-        pending.swap(spare);
+        pending.swap(lines);
     }
-    // Only the sink thread (or the destructor, after it) gets here, so
-    // `spare` is ours until the next swap.
-    for (std::string& line : spare) {
+    for (std::string& line : lines) {
         int lineLevel = classify(line);
         if (lineLevel < 0) continue;
         std::lock_guard<std::mutex> lock(sinkMutex);
         for (auto& sink : sinks) sink->sink(lineLevel, line);
     }
-    spare.clear();
+    // Hand the emptied list's capacity back, so printing does not regrow it.
+    lines.clear();
+    std::lock_guard<std::mutex> lock(queueMutex);
+    if (pending.empty()) pending.swap(lines);
 }
 
 // ---- TraceDuration ----------------------------------------------------------

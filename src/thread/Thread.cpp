@@ -52,7 +52,11 @@ std::unique_ptr<Thread> Thread::clone() const { return std::make_unique<Thread>(
 bool Thread::isRunning() const { return running.load(); }
 
 bool Thread::start(const Runnable& work) {
-    if (running) {
+    // A body that ignored an earlier stop() still runs although the flag is
+    // down; starting over would wait on it for ever, so it counts as started.
+    bool bodyLeft =
+        future.valid() && future.wait_for(std::chrono::seconds(0)) != std::future_status::ready;
+    if (running || bodyLeft) {
         ORVANE_WARN("[%s](%d:0x%x) thread is allready started!", name_.c_str(), taskId_.load(),
                     pthreadId.load());
         return true;

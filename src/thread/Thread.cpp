@@ -86,7 +86,15 @@ int Thread::body() {
     ORVANE_NOTE_IN("operator()", "[%s](%d:0x%x) thread enter.", name_.c_str(), taskId_.load(),
                    pthreadId.load());
     runnable->thread = this;
-    runnable->run(*this);
+    try {
+        runnable->run(*this);
+    } catch (...) {
+        // The exception goes on to stop(), which reports it; the runnable
+        // must not keep pointing at this thread.
+        runnable->thread = nullptr;
+        running = false;
+        throw;
+    }
     runnable->thread = nullptr;
     running = false;
     ORVANE_NOTE_IN("operator()", "[%s](%d:0x%x) thread exit.", name_.c_str(), taskId_.load(),

@@ -115,6 +115,9 @@ bool Thread::stop(int timeoutMs) {
     } catch (const std::exception& e) {
         ORVANE_ERROR("[%s] thread quit error: %s", name_.c_str(), e.what());
         return false;
+    } catch (...) {
+        ORVANE_ERROR("[%s] thread quit error: %s", name_.c_str(), "unknown exception");
+        return false;
     }
     return true;
 }
@@ -245,6 +248,8 @@ Threading::~Threading() {
             f.get();
         } catch (const std::exception& e) {
             ORVANE_ERROR("thread quit error: %s", e.what());
+        } catch (...) {
+            ORVANE_ERROR("thread quit error: %s", "unknown exception");
         }
     }
 }

@@ -15,17 +15,17 @@ namespace orvane {
 
 // ---- Runnable ---------------------------------------------------------------
 
-Runnable::Runnable() : className("Runnable"), thread(nullptr) {}
+Runnable::Runnable() : className("Runnable"), runningThread(nullptr) {}
 
 Runnable::~Runnable() = default;
 
 bool Runnable::isStopped() const {
-    Thread* runner = thread;
+    Thread* runner = runningThread;
     return runner == nullptr || !runner->isRunning();
 }
 
 void Runnable::quit() {
-    Thread* runner = thread;
+    Thread* runner = runningThread;
     if (runner != nullptr) runner->running = false;
 }
 
@@ -85,17 +85,17 @@ int Thread::body() {
     setSchedParam(param);
     ORVANE_NOTE_IN("operator()", "[%s](%d:0x%x) thread enter.", name_.c_str(), taskId_.load(),
                    pthreadId.load());
-    runnable->thread = this;
+    runnable->runningThread = this;
     try {
         runnable->run(*this);
     } catch (...) {
         // The exception goes on to stop(), which reports it; the runnable
         // must not keep pointing at this thread.
-        runnable->thread = nullptr;
+        runnable->runningThread = nullptr;
         running = false;
         throw;
     }
-    runnable->thread = nullptr;
+    runnable->runningThread = nullptr;
     running = false;
     ORVANE_NOTE_IN("operator()", "[%s](%d:0x%x) thread exit.", name_.c_str(), taskId_.load(),
                    pthreadId.load());

@@ -10,23 +10,19 @@
 #include <stdexcept>
 #include <thread>
 
+#include "support/Eventually.h"
 #include "support/LogCapture.h"
 #include "support/ProcTasks.h"
 
 namespace orvane {
 namespace {
 
+using test::eventually;
+
 using Clock = std::chrono::steady_clock;
 
 long msSince(Clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
-
-// Waits up to 3 s for `done`; true when it came.
-template <class Pred>
-bool eventually(Pred done) {
-    for (int i = 0; i < 3000 && !done(); ++i) Thread::msleep(1);
-    return done();
 }
 
 // Loops politely until stopped, noting who ran it and under which kernel name.

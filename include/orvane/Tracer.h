@@ -55,7 +55,9 @@ class ORVANE_API Tracer : public Singleton<Tracer> {
     std::future<void> sinkTask;
     std::mutex queueMutex;
     std::mutex sinkMutex;
-    std::vector<std::string> pending;
+    // Lines waiting for delivery, packed in order, each after its 16-bit length:
+    // one allocation for many lines instead of one per line.
+    std::string pending;
     std::vector<std::shared_ptr<TracerSink>> sinks;
 };
 

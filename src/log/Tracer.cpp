@@ -2,7 +2,9 @@
 #include <orvane/Tracer.h>
 #include <syslog.h>
 
+#include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -15,6 +17,8 @@ template class Singleton<Tracer>;
 namespace {
 
 constexpr size_t kLineBytes = 4096;
+// Queue storage kept between delivery passes.
+constexpr size_t kKeptQueueBytes = 1024 * 1024;
 
 // The level a sink receives for a finished line, from its tag letter; -1 drops
 // the line. A C-tagged line loses its tag here.
@@ -46,6 +50,125 @@ int classify(std::string& line) {
     }
 }
 
+// printf into a fixed buffer for the conversions log lines use: literal text,
+// %s, %c, %d, %i, %u, %x, %X (each with an optional l, ll or z) and %%.
+// Same result and bytes as vsnprintf(buffer, capacity, ...): at most
+// capacity - 1 characters and a NUL, returning the full length. glibc's
+// vsnprintf spends most of a log line's cost on its general machinery; this
+// covers the common case, and any other format (flags, widths, precisions,
+// floats, a null %s) is handed back to vsnprintf.
+class LineWriter {
+  public:
+    LineWriter(char* buffer, size_t capacity) : out(buffer), room(capacity - 1) {}
+
+    // False when the format needs the general formatter.
+    bool format(const char* format, va_list args) {
+        const char* p = format;
+        for (;;) {
+            const char* percent = strchrnul(p, '%');
+            put(p, static_cast<size_t>(percent - p));
+            if (*percent == '\0') break;
+            p = percent + 1;
+            int longs = 0;
+            bool sizeT = false;
+            if (*p == 'l') {
+                ++longs;
+                if (*++p == 'l') {
+                    ++longs;
+                    ++p;
+                }
+            } else if (*p == 'z') {
+                sizeT = true;
+                ++p;
+            }
+            bool plain = longs == 0 && !sizeT;
+            switch (*p) {
+                case '%':
+                    if (!plain) return false;
+                    put("%", 1);
+                    break;
+                case 's': {
+                    if (!plain) return false;
+                    const char* text = va_arg(args, const char*);
+                    if (text == nullptr) return false;
+                    put(text, strlen(text));
+                    break;
+                }
+                case 'c': {
+                    if (!plain) return false;
+                    char c = static_cast<char>(va_arg(args, int));
+                    put(&c, 1);
+                    break;
+                }
+                case 'd':
+                case 'i': {
+                    long long value = longs == 2   ? va_arg(args, long long)
+                                      : longs == 1 ? va_arg(args, long)
+                                      : sizeT      ? va_arg(args, ssize_t)
+                                                   : va_arg(args, int);
+                    unsigned long long magnitude =
+                        value < 0 ? 0ull - static_cast<unsigned long long>(value)
+                                  : static_cast<unsigned long long>(value);
+                    putNumber(magnitude, 10, value < 0, false);
+                    break;
+                }
+                case 'u':
+                case 'x':
+                case 'X': {
+                    unsigned long long value = longs == 2   ? va_arg(args, unsigned long long)
+                                               : longs == 1 ? va_arg(args, unsigned long)
+                                               : sizeT      ? va_arg(args, size_t)
+                                                            : va_arg(args, unsigned int);
+                    putNumber(value, *p == 'u' ? 10 : 16, false, *p == 'X');
+                    break;
+                }
+                default:
+                    return false;
+            }
+            ++p;
+        }
+        if (total > static_cast<size_t>(INT_MAX)) return false;
+        out[total < room ? total : room] = '\0';
+        return true;
+    }
+
+    int length() const { return static_cast<int>(total); }
+
+  private:
+    void put(const char* text, size_t length) {
+        if (total < room) memcpy(out + total, text, length < room - total ? length : room - total);
+        total += length;
+    }
+
+    void putNumber(unsigned long long value, unsigned base, bool negative, bool upper) {
+        const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+        char text[24];
+        char* end = text + sizeof text;
+        char* first = end;
+        do {
+            *--first = digits[value % base];
+            value /= base;
+        } while (value != 0);
+        if (negative) *--first = '-';
+        put(first, static_cast<size_t>(end - first));
+    }
+
+    char* out;
+    size_t room;
+    size_t total = 0;
+};
+
+// vsnprintf(buffer, capacity, format, args), by the fast path when it can.
+int formatLine(char* buffer, size_t capacity, const char* format, va_list args) {
+    va_list whole;
+    va_copy(whole, args);
+    LineWriter writer(buffer, capacity);
+    int n =
+        writer.format(format, args) ? writer.length() : vsnprintf(buffer, capacity, format, whole);
+    va_end(whole);
+    return n;
+}
+
 }  // namespace
 
 Tracer::Tracer() : name("Tracer"), level(1), running(false) {
@@ -71,12 +194,12 @@ Tracer::~Tracer() {
 void Tracer::print(int lineLevel, const char* format, ...) {
     if (lineLevel < level.load() || format == nullptr) return;
     // Formatted on the caller's stack, so threads format in parallel and the
-    // queue lock covers only the append. vsnprintf writes what it needs;
+    // queue lock covers only the append. The formatter writes what it needs;
     // nothing is zeroed first.
     char buffer[kLineBytes];
     va_list args;
     va_start(args, format);
-    int n = vsnprintf(buffer, kLineBytes - 1, format, args);
+    int n = formatLine(buffer, kLineBytes - 1, format, args);
     va_end(args);
     if (n <= 0) return;
     size_t length = static_cast<size_t>(n);
@@ -86,9 +209,10 @@ void Tracer::print(int lineLevel, const char* format, ...) {
         length = kLineBytes;
     }
     // At exactly 4095 the formatter wrote 4094 characters; the line keeps its NUL.
-    std::string line(buffer, length);
+    uint16_t size = static_cast<uint16_t>(length);
     std::lock_guard<std::mutex> lock(queueMutex);
-    pending.push_back(std::move(line));
+    pending.append(reinterpret_cast<const char*>(&size), sizeof size);
+    pending.append(buffer, length);
 }
 
 void Tracer::setLevel(int newLevel) {
@@ -138,24 +262,32 @@ void Tracer::flush() {
 }
 
 void Tracer::sinkMsg() {
-    // A local list, so that a pass run by a caller other than the sink thread
+    // A local queue, so that a pass run by a caller other than the sink thread
     // cannot collide with the sink thread's own.
-    std::vector<std::string> lines;
+    std::string queued;
     {
         std::lock_guard<std::mutex> lock(queueMutex);
         if (pending.empty()) return;
-        pending.swap(lines);
+        pending.swap(queued);
     }
-    for (std::string& line : lines) {
+    std::string line;
+    for (size_t at = 0; at < queued.size();) {
+        uint16_t size;
+        memcpy(&size, queued.data() + at, sizeof size);
+        at += sizeof size;
+        line.assign(queued, at, size);
+        at += size;
         int lineLevel = classify(line);
         if (lineLevel < 0) continue;
         std::lock_guard<std::mutex> lock(sinkMutex);
         for (auto& sink : sinks) sink->sink(lineLevel, line);
     }
-    // Hand the emptied list's capacity back, so printing does not regrow it.
-    lines.clear();
+    // Hand the emptied queue's storage back, so printing does not regrow it;
+    // what a burst grew beyond kKeptQueueBytes is released.
+    if (queued.capacity() > kKeptQueueBytes) return;
+    queued.clear();
     std::lock_guard<std::mutex> lock(queueMutex);
-    if (pending.empty()) pending.swap(lines);
+    if (pending.empty()) pending.swap(queued);
 }
 
 // ---- TraceDuration ----------------------------------------------------------

@@ -1,9 +1,11 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <orvane/StrUtil.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
 
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <regex>
@@ -182,6 +184,43 @@ TEST(Tracer, CutsLongLinesTo4096BytesEndingInDotsAndNul) {
     EXPECT_EQ(edge[4094], '\0');
 
     EXPECT_EQ(delivered(std::string(64, 'z')).second, "<I>" + fitText);
+}
+
+TEST(Tracer, FormatsEveryLineExactlyAsPrintfWould) {
+    Tracer& tracer = Tracer::getInstance();
+    auto& capture = *sinks().capture;
+    std::vector<std::string> expected;
+    auto both = [&](const char* format, auto... args) {
+        tracer.print(1, format, args...);
+        expected.push_back(StrUtil::format(format, args...));
+    };
+    both("<I>case 0 %s [%s::%s,L%d] text %s", "2024-03-05 07:08:09", "Cls", "method", 42, "x");
+    both("<I>case 1 %d|%i|%u|%x|%X|%c|%%|%s", INT_MIN, -1, UINT_MAX, 0xbeefu, 0xbeefu, 'q', "");
+    both("<I>case 2 %ld|%lld|%lu|%llx|%zu|%zd|%lX", LONG_MIN, LLONG_MIN, ULONG_MAX, ULLONG_MAX,
+         size_t(12345), ssize_t(-7), 0xabcdefUL);
+    both("<I>case 3 %d %u %x", 0, 0u, 0u);
+    // Formats beyond the common conversions take the general path.
+    both("<I>case 4 %5d|%-4s|%06.2f|%03x|%hhd|%+d", 42, "ab", 3.14159, 10u, 300, 5);
+    const char* volatile none = nullptr;  // hidden from the compiler's format check
+    both("<I>case 5 %s", static_cast<const char*>(none));
+    both("<I>case 6 %%d %c%c", 'a', 'b');
+    both("<I>case 7 trailing %");  // invalid: printf fails and nothing is queued
+    std::string longText(5000, 'w');
+    both("<I>case 8 %d %s", 8, longText.c_str());   // cut on the fast path
+    both("<I>case 9 %3d %s", 9, longText.c_str());  // cut on the general path
+    barrier("printf barrier");
+    for (size_t i = 0; i < expected.size(); ++i) {
+        std::string key = "case " + std::to_string(i) + " ";
+        auto found = capture.matching(key);
+        if (expected[i].empty()) {
+            EXPECT_TRUE(found.empty()) << key;
+            continue;
+        }
+        ASSERT_EQ(found.size(), 1u) << key;
+        std::string want = expected[i];
+        if (want.size() > 4095) want = want.substr(0, 4092) + std::string("...\0", 4);
+        EXPECT_EQ(found[0], want) << key;
+    }
 }
 
 TEST(Tracer, QueuesNothingForAnEmptyOrMissingFormat) {

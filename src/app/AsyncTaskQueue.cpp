@@ -60,10 +60,14 @@ void AsyncTaskQueue::putTask(const Task& task, const std::string& taskName) {
 
 std::pair<std::string, AsyncTaskQueue::Task> AsyncTaskQueue::getTask() {
     std::unique_lock<std::mutex> lock(mutex);
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(10);
-    while (tasks.empty()) {
-        if (condition.wait_until(lock, deadline) == std::cv_status::timeout && tasks.empty()) {
-            return {};
+    if (tasks.empty()) {
+        // Read the clock only when there is something to wait for: a busy
+        // queue hands out tasks without it.
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(10);
+        while (tasks.empty()) {
+            if (condition.wait_until(lock, deadline) == std::cv_status::timeout && tasks.empty()) {
+                return {};
+            }
         }
     }
     std::pair<std::string, Task> task = std::move(tasks.front());

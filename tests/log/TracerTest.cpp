@@ -204,7 +204,7 @@ TEST(Tracer, FormatsEveryLineExactlyAsPrintfWould) {
     const char* volatile none = nullptr;  // hidden from the compiler's format check
     both("<I>case 5 %s", static_cast<const char*>(none));
     both("<I>case 6 %%d %c%c", 'a', 'b');
-    both("<I>case 7 trailing %");  // invalid: printf fails and nothing is queued
+    both("<I>case 7 %d trailing %", 7);  // invalid: printf fails and nothing is queued
     std::string longText(5000, 'w');
     both("<I>case 8 %d %s", 8, longText.c_str());   // cut on the fast path
     both("<I>case 9 %3d %s", 9, longText.c_str());  // cut on the general path

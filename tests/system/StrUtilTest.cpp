@@ -16,7 +16,7 @@ TEST(StrUtil, FormatsShortAndLongTextWhole) {
     std::string longText(5000, 'q');
     EXPECT_EQ(StrUtil::format("<%s>", longText.c_str()), "<" + longText + ">");
     const char* none = nullptr;
-    EXPECT_EQ(StrUtil::format(none), "");
+    EXPECT_EQ(StrUtil::format(none, 1), "");
 }
 
 TEST(StrUtil, FindsTheFirstDelimitedSubstring) {

@@ -58,6 +58,8 @@ class ORVANE_API Tracer : public Singleton<Tracer> {
     // Lines waiting for delivery, packed in order, each after its 16-bit length:
     // one allocation for many lines instead of one per line.
     std::string pending;
+    // Emptied queue storage waiting to become the next pending queue.
+    std::string spare;
     std::vector<std::shared_ptr<TracerSink>> sinks;
 };
 

@@ -17,8 +17,9 @@ template class Singleton<Tracer>;
 namespace {
 
 constexpr size_t kLineBytes = 4096;
-// Queue storage kept between delivery passes.
-constexpr size_t kKeptQueueBytes = 1024 * 1024;
+// Queue storage always kept between delivery passes; more is kept only while
+// the lines of a pass fill at least a quarter of it.
+constexpr size_t kKeptQueueBytes = 64 * 1024;
 
 // The level a sink receives for a finished line, from its tag letter; -1 drops
 // the line. A C-tagged line loses its tag here.
@@ -141,16 +142,24 @@ class LineWriter {
     }
 
     void putNumber(unsigned long long value, unsigned base, bool negative, bool upper) {
-        const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
         char text[24];
         char* end = text + sizeof text;
-        char* first = end;
-        do {
-            *--first = digits[value % base];
-            value /= base;
-        } while (value != 0);
+        char* first = base == 10
+                          ? digits<10>(value, end, "0123456789")
+                          : digits<16>(value, end, upper ? "0123456789ABCDEF" : "0123456789abcdef");
         if (negative) *--first = '-';
         put(first, static_cast<size_t>(end - first));
+    }
+
+    // Writes value's digits backwards from end; returns the first. The base is
+    // a constant so the division becomes a multiplication.
+    template <unsigned Base>
+    static char* digits(unsigned long long value, char* end, const char* symbols) {
+        do {
+            *--end = symbols[value % Base];
+            value /= Base;
+        } while (value != 0);
+        return end;
     }
 
     char* out;
@@ -269,6 +278,9 @@ void Tracer::sinkMsg() {
         std::lock_guard<std::mutex> lock(queueMutex);
         if (pending.empty()) return;
         pending.swap(queued);
+        // Printing goes on in the storage an earlier pass emptied, so a busy
+        // queue does not regrow (and fault in fresh pages) every pass.
+        pending.swap(spare);
     }
     std::string line;
     for (size_t at = 0; at < queued.size();) {
@@ -282,12 +294,12 @@ void Tracer::sinkMsg() {
         std::lock_guard<std::mutex> lock(sinkMutex);
         for (auto& sink : sinks) sink->sink(lineLevel, line);
     }
-    // Hand the emptied queue's storage back, so printing does not regrow it;
-    // what a burst grew beyond kKeptQueueBytes is released.
-    if (queued.capacity() > kKeptQueueBytes) return;
+    // The storage a burst grew is released once a pass fills less than a
+    // quarter of it.
+    if (queued.capacity() > kKeptQueueBytes && queued.size() * 4 < queued.capacity()) return;
     queued.clear();
     std::lock_guard<std::mutex> lock(queueMutex);
-    if (pending.empty()) pending.swap(queued);
+    if (spare.capacity() < queued.capacity()) spare.swap(queued);
 }
 
 // ---- TraceDuration ----------------------------------------------------------

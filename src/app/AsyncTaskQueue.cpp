@@ -50,9 +50,11 @@ void AsyncTaskQueue::worker(SchedParam param) {
 
 void AsyncTaskQueue::putTask(const Task& task, const std::string& taskName) {
     if (!running) return;
+    // Copied before the lock, so the workers wait only for the move.
+    std::pair<std::string, Task> entry(taskName, task);
     {
         std::lock_guard<std::mutex> lock(mutex);
-        tasks.emplace_back(taskName, task);
+        tasks.push_back(std::move(entry));
     }
     ++count;
     condition.notify_one();

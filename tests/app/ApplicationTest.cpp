@@ -63,7 +63,7 @@ std::shared_ptr<Part> makePart(Journal& journal, const std::string& tag) {
 using Events = std::vector<std::string>;
 
 TEST(Application, StartsComponentsInOrderAndRollsBackWhenTheThirdFails) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     Journal journal;
     Application app;
     auto a = makePart(journal, "a"), b = makePart(journal, "b"), c = makePart(journal, "c");
@@ -120,7 +120,7 @@ TEST(Application, RefusesEmptyDuplicateAndFailingComponents) {
 }
 
 TEST(Application, QuitsInStartOrderAndRemovesComponentsOneByOne) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     Journal journal;
     Application app;
     auto a = makePart(journal, "a"), b = makePart(journal, "quit-b"), c = makePart(journal, "c");
@@ -160,7 +160,7 @@ TEST(Application, QuitsInStartOrderAndRemovesComponentsOneByOne) {
 }
 
 TEST(Application, RunsTasksOnlyAfterStartup) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     Application app;
     auto part = std::make_shared<Component>();
     std::atomic<int> ran{0};
@@ -182,7 +182,7 @@ TEST(Application, RunsTasksOnlyAfterStartup) {
 }
 
 TEST(Application, KeepsTheFirstRegisteredInstance) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     Application first, second;
     Application::registerInstance(&first);
     Application::registerInstance(&second);
@@ -194,7 +194,7 @@ TEST(Application, KeepsTheFirstRegisteredInstance) {
 // Signal numbers are process-wide: each test below uses its own.
 
 TEST(Application, RunsSignalCallbacksInOrderOnTheApplicationThread) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     Application app;
     std::mutex mutex;
     std::vector<std::string> calls;

@@ -67,7 +67,7 @@ TEST(AsyncTaskQueue, CountsWaitingAndRunningTasksUntilTheyFinish) {
 }
 
 TEST(AsyncTaskQueue, RefusesWorkerNumbersBelowOneAndStartsWorkersOnce) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     AsyncTaskQueue queue("refusing");
     EXPECT_FALSE(queue.init(0, SchedParam()));
     EXPECT_EQ(capture.waitLine("invalid worker nums: 0"),

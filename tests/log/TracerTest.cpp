@@ -81,6 +81,15 @@ Sinks& sinks() {
     return *all;
 }
 
+// sinks() with what earlier tests left in the capture and the journal dropped.
+Sinks& freshSinks() {
+    Sinks& all = sinks();
+    all.capture->clear();
+    std::lock_guard<std::mutex> lock(RecordingSink::journalMutex());
+    RecordingSink::journal().clear();
+    return all;
+}
+
 #define REQUIRE_RECORDERS()                                        \
     if (!sinks().recording)                                        \
     GTEST_SKIP() << "the Tracer was started before the recording " \
@@ -114,7 +123,7 @@ struct Probe {
 };
 
 TEST(Tracer, DeliversLibraryLinesInTheirExactShape) {
-    auto& capture = *sinks().capture;
+    auto& capture = *freshSinks().capture;
     Probe probe;
     probe.fail(7);
     probe.warn();
@@ -134,7 +143,7 @@ TEST(Tracer, DeliversLibraryLinesInTheirExactShape) {
 
 TEST(Tracer, ClassifiesLinesByTheirTagLetter) {
     Tracer& tracer = Tracer::getInstance();
-    sinks();
+    freshSinks();
     ASSERT_EQ(tracer.getLevel(), 1);
     tracer.print(0, "<D>debug filtered");
     tracer.setLevel(0);
@@ -162,7 +171,7 @@ TEST(Tracer, ClassifiesLinesByTheirTagLetter) {
     EXPECT_EQ(delivered("hello"), std::make_pair(1, std::string("hello")));
     EXPECT_EQ(delivered("user nine"), std::make_pair(9, std::string("<L9>user nine")));
     EXPECT_EQ(delivered("user twelve").first, 12);
-    auto& capture = *sinks().capture;
+    auto& capture = *freshSinks().capture;
     EXPECT_TRUE(capture.matching("debug filtered").empty());
     EXPECT_TRUE(capture.matching("user three").empty());
     EXPECT_TRUE(capture.matching("unknown tag").empty());
@@ -171,7 +180,7 @@ TEST(Tracer, ClassifiesLinesByTheirTagLetter) {
 
 TEST(Tracer, CutsLongLinesTo4096BytesEndingInDotsAndNul) {
     Tracer& tracer = Tracer::getInstance();
-    sinks();
+    freshSinks();
     std::string longText(4997, 'x');  // with the tag: 5000 characters
     tracer.print(1, "<I>%s", longText.c_str());
     std::string edgeText(4092, 'y');  // with the tag: exactly 4095 characters
@@ -196,7 +205,7 @@ TEST(Tracer, CutsLongLinesTo4096BytesEndingInDotsAndNul) {
 
 TEST(Tracer, FormatsEveryLineExactlyAsPrintfWould) {
     Tracer& tracer = Tracer::getInstance();
-    auto& capture = *sinks().capture;
+    auto& capture = *freshSinks().capture;
     std::vector<std::string> expected;
     auto both = [&](const char* format, auto... args) {
         tracer.print(1, format, args...);
@@ -234,7 +243,7 @@ TEST(Tracer, FormatsEveryLineExactlyAsPrintfWould) {
 TEST(Tracer, QueuesNothingForAnEmptyOrMissingFormat) {
     REQUIRE_RECORDERS();
     Tracer& tracer = Tracer::getInstance();
-    sinks();
+    freshSinks();
     size_t before = RecordingSink::entries("A:").size();
     tracer.print(1, "%s", "");
     tracer.print(1, nullptr);
@@ -246,7 +255,7 @@ TEST(Tracer, QueuesNothingForAnEmptyOrMissingFormat) {
 TEST(Tracer, SetLevelFiltersZeroToFourAndTellsSinksEveryValue) {
     REQUIRE_RECORDERS();
     Tracer& tracer = Tracer::getInstance();
-    Sinks& all = sinks();
+    Sinks& all = freshSinks();
     tracer.setLevel(5);
     EXPECT_EQ(tracer.getLevel(), 1);
     EXPECT_EQ(all.first->heardLevel, 5);
@@ -270,7 +279,7 @@ TEST(Tracer, SetLevelFiltersZeroToFourAndTellsSinksEveryValue) {
 TEST(Tracer, DeliversEachLineToSinksInRegistrationOrder) {
     REQUIRE_RECORDERS();
     Tracer& tracer = Tracer::getInstance();
-    sinks();
+    freshSinks();
     tracer.print(1, "<I>order-1");
     tracer.print(2, "<W>order-2");
     barrier("ordering barrier");
@@ -282,7 +291,7 @@ TEST(Tracer, DeliversEachLineToSinksInRegistrationOrder) {
 TEST(Tracer, IgnoresSinksAddedAfterStartAndFlushesRegisteredOnes) {
     REQUIRE_RECORDERS();
     Tracer& tracer = Tracer::getInstance();
-    Sinks& all = sinks();
+    Sinks& all = freshSinks();
     barrier("late barrier one");  // the sink thread runs
     auto late = std::make_shared<RecordingSink>("late");
     tracer.addSink(late);
@@ -300,7 +309,7 @@ TEST(Tracer, IgnoresSinksAddedAfterStartAndFlushesRegisteredOnes) {
 }
 
 TEST(TraceDuration, LogsTheElapsedTimeWhenTheThresholdIsReached) {
-    auto& capture = *sinks().capture;
+    auto& capture = *freshSinks().capture;
     {
         TraceDuration always("always scope", 0);
         EXPECT_GE(always.duration(), 0.0);

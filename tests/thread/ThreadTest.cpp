@@ -57,7 +57,7 @@ std::string idText(const Thread& thread) {
 }
 
 TEST(Thread, RunsUnderItsKernelNameAndLogsEnterAndExit) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     PoliteWork work;
     Thread thread("worker-enter");
     EXPECT_TRUE(work.isStopped());
@@ -82,7 +82,7 @@ TEST(Thread, RunsUnderItsKernelNameAndLogsEnterAndExit) {
 }
 
 TEST(Thread, StartsOnceAndCanBeStartedAgainAfterStop) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     PoliteWork work;
     Thread thread("twice-started");
     ASSERT_TRUE(thread.start(work));
@@ -106,7 +106,7 @@ TEST(Thread, StartsOnceAndCanBeStartedAgainAfterStop) {
 }
 
 TEST(Thread, StopGivesUpAfterItsTimeoutWhenTheRunnableIgnoresIt) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     StubbornWork work;
     Thread thread("stubborn");
     ASSERT_TRUE(thread.start(work));
@@ -128,7 +128,7 @@ TEST(Thread, StopGivesUpAfterItsTimeoutWhenTheRunnableIgnoresIt) {
 }
 
 TEST(Thread, RunsAnUnnamedThreadAsAnonThreadAndEndsOnQuit) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     class QuittingWork : public Runnable {
       public:
         void run(const Thread& thread) override {
@@ -160,7 +160,7 @@ TEST(Thread, CutsLongNamesToFifteenCharactersInTheKernel) {
 }
 
 TEST(Thread, ReportsAnExceptionThatEndedTheRunnable) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     class ThrowingWork : public Runnable {
       public:
         void run(const Thread&) override { throw std::runtime_error("runnable broke"); }
@@ -190,7 +190,7 @@ TEST(Thread, SleepsAtLeastOneUnit) {
 }
 
 TEST(Thread, SetSchedParamReportsEachRefusal) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     // Run on a thread of its own: a successful nice change cannot be undone.
     std::thread([&] {
         SchedParam param;
@@ -252,7 +252,7 @@ TEST(Thread, SetSchedParamReportsEachRefusal) {
 }
 
 TEST(Threading, JoinsEveryFunctionAndLogsTheirExceptions) {
-    auto& capture = test::LogCapture::get();
+    auto& capture = test::LogCapture::fresh();
     std::atomic<int> finished{0};
     {
         Threading group("group");

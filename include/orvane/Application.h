@@ -36,17 +36,19 @@ class ORVANE_API Component {
                          const std::string& name);
     virtual bool isOk();
 
-    const std::string& getName() const { return name; }
-    Application* getOwner() const { return owner; }
+    const std::string& getName() const { return name_; }
+    Application* getOwner() const { return owner_; }
 
   protected:
     std::string className;
 
   private:
     friend class Application;
-    std::string name;
-    Application* owner;
-    std::atomic<bool> running;
+    // Trailing underscores keep a derived component's own `name` or `running`
+    // from shadowing these under -Wshadow.
+    std::string name_;
+    Application* owner_;
+    std::atomic<bool> running_;
 };
 
 // The one application object of a device program. It owns its components in

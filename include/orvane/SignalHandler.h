@@ -49,8 +49,9 @@ class ORVANE_API SignalHandler : public Singleton<SignalHandler> {
 
     std::string className;
     std::mutex mutex;
-    // Deliveries counted since the last poll; atomics, because the handler
-    // increments them without the mutex.
+    // Deliveries counted since the last poll, one entry per signal number from
+    // construction on; atomics, because the handler increments them without
+    // the mutex.
     std::map<int, std::atomic<int>> pending;
     std::map<int, std::shared_ptr<SigAction>> actions;
 };

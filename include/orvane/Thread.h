@@ -40,7 +40,8 @@ class ORVANE_API Runnable {
 
   private:
     friend class Thread;
-    mutable Thread* thread;
+    // The thread running this, or null; set and cleared by that thread, read by others.
+    std::atomic<Thread*> runningThread;
 };
 
 // A named thread running one Runnable. The name becomes the kernel's thread

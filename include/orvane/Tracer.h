@@ -55,8 +55,11 @@ class ORVANE_API Tracer : public Singleton<Tracer> {
     std::future<void> sinkTask;
     std::mutex queueMutex;
     std::mutex sinkMutex;
-    std::vector<std::string> pending;
-    std::vector<std::string> spare;  // the swapped-out queue, kept for its capacity
+    // Lines waiting for delivery, packed in order, each after its 16-bit length:
+    // one allocation for many lines instead of one per line.
+    std::string pending;
+    // Emptied queue storage waiting to become the next pending queue.
+    std::string spare;
     std::vector<std::shared_ptr<TracerSink>> sinks;
 };
 

@@ -16,7 +16,7 @@ std::atomic<Application*> registeredApp{nullptr};
 // ---- Component --------------------------------------------------------------
 
 Component::Component()
-    : className("Component"), name("Component"), owner(nullptr), running(false) {}
+    : className("Component"), name_("Component"), owner_(nullptr), running_(false) {}
 
 Component::~Component() = default;
 
@@ -27,11 +27,11 @@ bool Component::onDeinit() { return true; }
 
 bool Component::addTask(const std::function<void(const std::string&)>& task,
                         const std::string& taskName) {
-    if (owner == nullptr) return false;
-    return owner->addTask(task, taskName);
+    if (owner_ == nullptr) return false;
+    return owner_->addTask(task, taskName);
 }
 
-bool Component::isOk() { return running.load(); }
+bool Component::isOk() { return running_.load(); }
 
 // ---- Application ------------------------------------------------------------
 
@@ -62,10 +62,10 @@ bool Application::addComponent(const std::string& componentName,
                                std::shared_ptr<Component> component) {
     std::lock_guard<std::mutex> operation(operationMutex);
     if (!component) return false;
-    component->owner = this;
+    component->owner_ = this;
     if (findComponent(componentName) >= 0) return false;
     if (!component->onInit()) return false;
-    component->name = componentName;
+    component->name_ = componentName;
     std::lock_guard<std::mutex> lock(listMutex);
     components.emplace_back(componentName, std::move(component));
     return true;
@@ -85,9 +85,9 @@ bool Application::removeComponent(const std::string& componentName) {
     if (index < 0) return true;
     std::shared_ptr<Component> component = componentAt(static_cast<size_t>(index));
     if (!component) return true;
-    if (component->running) {
+    if (component->running_) {
         component->onStop();
-        component->running = false;
+        component->running_ = false;
     }
     if (!component->onDeinit()) return false;
     std::lock_guard<std::mutex> lock(listMutex);
@@ -115,7 +115,7 @@ bool Application::startup(int workers, const SchedParam& param) {
         std::string entryName;
         std::shared_ptr<Component> component = componentAt(i, &entryName);
         if (!component) break;
-        component->running = true;
+        component->running_ = true;
         if (!component->onStart()) {
             failed = i;
             failedName = entryName;
@@ -124,17 +124,17 @@ bool Application::startup(int workers, const SchedParam& param) {
         }
     }
     if (!failedComponent) {
-        Component::running = true;
+        Component::running_ = true;
         return thread.start(*this);
     }
-    failedComponent->running = false;
+    failedComponent->running_ = false;
     ORVANE_ERROR("Component[%s] start error!", failedName.c_str());
     // Roll back the components started before the failed one, in the order
     // they were started. Their running flags are left as they are.
     for (size_t j = 0; j < failed; ++j) {
         std::shared_ptr<Component> component = componentAt(j);
         if (component) component->onStop();
-        failedComponent->running = false;
+        failedComponent->running_ = false;
     }
     return false;
 }
@@ -147,9 +147,9 @@ void Application::quit() {
         if (!component->onStop()) {
             ORVANE_ERROR("Component[%s] stop error!", entryName.c_str());
         }
-        component->running = false;
+        component->running_ = false;
     }
-    Component::running = false;
+    Component::running_ = false;
     thread.stop(-1);
     Tracer::getInstance().flush();
 }

@@ -50,9 +50,11 @@ void AsyncTaskQueue::worker(SchedParam param) {
 
 void AsyncTaskQueue::putTask(const Task& task, const std::string& taskName) {
     if (!running) return;
+    // Copied before the lock, so the workers wait only for the move.
+    std::pair<std::string, Task> entry(taskName, task);
     {
         std::lock_guard<std::mutex> lock(mutex);
-        tasks.emplace_back(taskName, task);
+        tasks.push_back(std::move(entry));
     }
     ++count;
     condition.notify_one();
@@ -60,10 +62,14 @@ void AsyncTaskQueue::putTask(const Task& task, const std::string& taskName) {
 
 std::pair<std::string, AsyncTaskQueue::Task> AsyncTaskQueue::getTask() {
     std::unique_lock<std::mutex> lock(mutex);
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(10);
-    while (tasks.empty()) {
-        if (condition.wait_until(lock, deadline) == std::cv_status::timeout && tasks.empty()) {
-            return {};
+    if (tasks.empty()) {
+        // Read the clock only when there is something to wait for: a busy
+        // queue hands out tasks without it.
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(10);
+        while (tasks.empty()) {
+            if (condition.wait_until(lock, deadline) == std::cv_status::timeout && tasks.empty()) {
+                return {};
+            }
         }
     }
     std::pair<std::string, Task> task = std::move(tasks.front());

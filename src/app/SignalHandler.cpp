@@ -8,7 +8,14 @@ namespace orvane {
 
 template class Singleton<SignalHandler>;
 
-SignalHandler::SignalHandler() : className("SignalHandler") {}
+SignalHandler::SignalHandler() : className("SignalHandler") {
+    // A count for every signal number up front: the map never changes shape
+    // afterwards, so the handler can read it while another thread registers.
+    for (int signo = 1; signo < NSIG; ++signo) {
+        pending.emplace(std::piecewise_construct, std::forward_as_tuple(signo),
+                        std::forward_as_tuple(0));
+    }
+}
 
 SignalHandler::~SignalHandler() = default;
 
@@ -47,17 +54,7 @@ bool SignalHandler::registerSignal(int signo, std::function<void()> callback) {
     }
     auto record = std::make_shared<SigAction>();
     record->signo = signo;
-    // The count entry exists before the handler can run, so the handler
-    // never changes the map's shape.
-    bool hadCount = pending.count(signo) != 0;
-    if (!hadCount) {
-        pending.emplace(std::piecewise_construct, std::forward_as_tuple(signo),
-                        std::forward_as_tuple(0));
-    }
-    if (!install(*record)) {
-        if (!hadCount) pending.erase(signo);
-        return false;
-    }
+    if (!install(*record)) return false;
     record->callbacks.push_back(std::move(callback));
     actions.emplace(signo, std::move(record));
     return true;

@@ -2,7 +2,9 @@
 #include <orvane/Tracer.h>
 #include <syslog.h>
 
+#include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -15,6 +17,9 @@ template class Singleton<Tracer>;
 namespace {
 
 constexpr size_t kLineBytes = 4096;
+// Queue storage always kept between delivery passes; more is kept only while
+// the lines of a pass fill at least a quarter of it.
+constexpr size_t kKeptQueueBytes = 64 * 1024;
 
 // The level a sink receives for a finished line, from its tag letter; -1 drops
 // the line. A C-tagged line loses its tag here.
@@ -46,6 +51,133 @@ int classify(std::string& line) {
     }
 }
 
+// printf into a fixed buffer for the conversions log lines use: literal text,
+// %s, %c, %d, %i, %u, %x, %X (each with an optional l, ll or z) and %%.
+// Same result and bytes as vsnprintf(buffer, capacity, ...): at most
+// capacity - 1 characters and a NUL, returning the full length. glibc's
+// vsnprintf spends most of a log line's cost on its general machinery; this
+// covers the common case, and any other format (flags, widths, precisions,
+// floats, a null %s) is handed back to vsnprintf.
+class LineWriter {
+  public:
+    LineWriter(char* buffer, size_t capacity) : out(buffer), room(capacity - 1) {}
+
+    // False when the format needs the general formatter.
+    bool format(const char* format, va_list args) {
+        const char* p = format;
+        for (;;) {
+            const char* percent = strchrnul(p, '%');
+            put(p, static_cast<size_t>(percent - p));
+            if (*percent == '\0') break;
+            p = percent + 1;
+            int longs = 0;
+            bool sizeT = false;
+            if (*p == 'l') {
+                ++longs;
+                if (*++p == 'l') {
+                    ++longs;
+                    ++p;
+                }
+            } else if (*p == 'z') {
+                sizeT = true;
+                ++p;
+            }
+            bool plain = longs == 0 && !sizeT;
+            switch (*p) {
+                case '%':
+                    if (!plain) return false;
+                    put("%", 1);
+                    break;
+                case 's': {
+                    if (!plain) return false;
+                    const char* text = va_arg(args, const char*);
+                    if (text == nullptr) return false;
+                    put(text, strlen(text));
+                    break;
+                }
+                case 'c': {
+                    if (!plain) return false;
+                    char c = static_cast<char>(va_arg(args, int));
+                    put(&c, 1);
+                    break;
+                }
+                case 'd':
+                case 'i': {
+                    long long value = longs == 2   ? va_arg(args, long long)
+                                      : longs == 1 ? va_arg(args, long)
+                                      : sizeT      ? va_arg(args, ssize_t)
+                                                   : va_arg(args, int);
+                    unsigned long long magnitude =
+                        value < 0 ? 0ull - static_cast<unsigned long long>(value)
+                                  : static_cast<unsigned long long>(value);
+                    putNumber(magnitude, 10, value < 0, false);
+                    break;
+                }
+                case 'u':
+                case 'x':
+                case 'X': {
+                    unsigned long long value = longs == 2   ? va_arg(args, unsigned long long)
+                                               : longs == 1 ? va_arg(args, unsigned long)
+                                               : sizeT      ? va_arg(args, size_t)
+                                                            : va_arg(args, unsigned int);
+                    putNumber(value, *p == 'u' ? 10 : 16, false, *p == 'X');
+                    break;
+                }
+                default:
+                    return false;
+            }
+            ++p;
+        }
+        if (total > static_cast<size_t>(INT_MAX)) return false;
+        out[total < room ? total : room] = '\0';
+        return true;
+    }
+
+    int length() const { return static_cast<int>(total); }
+
+  private:
+    void put(const char* text, size_t length) {
+        if (total < room) memcpy(out + total, text, length < room - total ? length : room - total);
+        total += length;
+    }
+
+    void putNumber(unsigned long long value, unsigned base, bool negative, bool upper) {
+        char text[24];
+        char* end = text + sizeof text;
+        char* first = base == 10
+                          ? digits<10>(value, end, "0123456789")
+                          : digits<16>(value, end, upper ? "0123456789ABCDEF" : "0123456789abcdef");
+        if (negative) *--first = '-';
+        put(first, static_cast<size_t>(end - first));
+    }
+
+    // Writes value's digits backwards from end; returns the first. The base is
+    // a constant so the division becomes a multiplication.
+    template <unsigned Base>
+    static char* digits(unsigned long long value, char* end, const char* symbols) {
+        do {
+            *--end = symbols[value % Base];
+            value /= Base;
+        } while (value != 0);
+        return end;
+    }
+
+    char* out;
+    size_t room;
+    size_t total = 0;
+};
+
+// vsnprintf(buffer, capacity, format, args), by the fast path when it can.
+int formatLine(char* buffer, size_t capacity, const char* format, va_list args) {
+    va_list whole;
+    va_copy(whole, args);
+    LineWriter writer(buffer, capacity);
+    int n =
+        writer.format(format, args) ? writer.length() : vsnprintf(buffer, capacity, format, whole);
+    va_end(whole);
+    return n;
+}
+
 }  // namespace
 
 Tracer::Tracer() : name("Tracer"), level(1), running(false) {
@@ -71,12 +203,12 @@ Tracer::~Tracer() {
 void Tracer::print(int lineLevel, const char* format, ...) {
     if (lineLevel < level.load() || format == nullptr) return;
     // Formatted on the caller's stack, so threads format in parallel and the
-    // queue lock covers only the append. vsnprintf writes what it needs;
+    // queue lock covers only the append. The formatter writes what it needs;
     // nothing is zeroed first.
     char buffer[kLineBytes];
     va_list args;
     va_start(args, format);
-    int n = vsnprintf(buffer, kLineBytes - 1, format, args);
+    int n = formatLine(buffer, kLineBytes - 1, format, args);
     va_end(args);
     if (n <= 0) return;
     size_t length = static_cast<size_t>(n);
@@ -86,9 +218,10 @@ void Tracer::print(int lineLevel, const char* format, ...) {
         length = kLineBytes;
     }
     // At exactly 4095 the formatter wrote 4094 characters; the line keeps its NUL.
-    std::string line(buffer, length);
+    uint16_t size = static_cast<uint16_t>(length);
     std::lock_guard<std::mutex> lock(queueMutex);
-    pending.push_back(std::move(line));
+    pending.append(reinterpret_cast<const char*>(&size), sizeof size);
+    pending.append(buffer, length);
 }
 
 void Tracer::setLevel(int newLevel) {
@@ -138,20 +271,35 @@ void Tracer::flush() {
 }
 
 void Tracer::sinkMsg() {
+    // A local queue, so that a pass run by a caller other than the sink thread
+    // cannot collide with the sink thread's own.
+    std::string queued;
     {
         std::lock_guard<std::mutex> lock(queueMutex);
         if (pending.empty()) return;
+        pending.swap(queued);
+        // Printing goes on in the storage an earlier pass emptied, so a busy
+        // queue does not regrow (and fault in fresh pages) every pass.
         pending.swap(spare);
     }
-    // Only the sink thread (or the destructor, after it) gets here, so
-    // `spare` is ours until the next swap.
-    for (std::string& line : spare) {
+    std::string line;
+    for (size_t at = 0; at < queued.size();) {
+        uint16_t size;
+        memcpy(&size, queued.data() + at, sizeof size);
+        at += sizeof size;
+        line.assign(queued, at, size);
+        at += size;
         int lineLevel = classify(line);
         if (lineLevel < 0) continue;
         std::lock_guard<std::mutex> lock(sinkMutex);
         for (auto& sink : sinks) sink->sink(lineLevel, line);
     }
-    spare.clear();
+    // The storage a burst grew is released once a pass fills less than a
+    // quarter of it.
+    if (queued.capacity() > kKeptQueueBytes && queued.size() * 4 < queued.capacity()) return;
+    queued.clear();
+    std::lock_guard<std::mutex> lock(queueMutex);
+    if (spare.capacity() < queued.capacity()) spare.swap(queued);
 }
 
 // ---- TraceDuration ----------------------------------------------------------

@@ -15,17 +15,17 @@ namespace orvane {
 
 // ---- Runnable ---------------------------------------------------------------
 
-Runnable::Runnable() : className("Runnable"), thread(nullptr) {}
+Runnable::Runnable() : className("Runnable"), runningThread(nullptr) {}
 
 Runnable::~Runnable() = default;
 
 bool Runnable::isStopped() const {
-    Thread* runner = thread;
+    Thread* runner = runningThread;
     return runner == nullptr || !runner->isRunning();
 }
 
 void Runnable::quit() {
-    Thread* runner = thread;
+    Thread* runner = runningThread;
     if (runner != nullptr) runner->running = false;
 }
 
@@ -52,7 +52,11 @@ std::unique_ptr<Thread> Thread::clone() const { return std::make_unique<Thread>(
 bool Thread::isRunning() const { return running.load(); }
 
 bool Thread::start(const Runnable& work) {
-    if (running) {
+    // A body that ignored an earlier stop() still runs although the flag is
+    // down; starting over would wait on it for ever, so it counts as started.
+    bool bodyLeft =
+        future.valid() && future.wait_for(std::chrono::seconds(0)) != std::future_status::ready;
+    if (running || bodyLeft) {
         ORVANE_WARN("[%s](%d:0x%x) thread is allready started!", name_.c_str(), taskId_.load(),
                     pthreadId.load());
         return true;
@@ -81,9 +85,17 @@ int Thread::body() {
     setSchedParam(param);
     ORVANE_NOTE_IN("operator()", "[%s](%d:0x%x) thread enter.", name_.c_str(), taskId_.load(),
                    pthreadId.load());
-    runnable->thread = this;
-    runnable->run(*this);
-    runnable->thread = nullptr;
+    runnable->runningThread = this;
+    try {
+        runnable->run(*this);
+    } catch (...) {
+        // The exception goes on to stop(), which reports it; the runnable
+        // must not keep pointing at this thread.
+        runnable->runningThread = nullptr;
+        running = false;
+        throw;
+    }
+    runnable->runningThread = nullptr;
     running = false;
     ORVANE_NOTE_IN("operator()", "[%s](%d:0x%x) thread exit.", name_.c_str(), taskId_.load(),
                    pthreadId.load());
@@ -102,6 +114,9 @@ bool Thread::stop(int timeoutMs) {
         future.get();
     } catch (const std::exception& e) {
         ORVANE_ERROR("[%s] thread quit error: %s", name_.c_str(), e.what());
+        return false;
+    } catch (...) {
+        ORVANE_ERROR("[%s] thread quit error: %s", name_.c_str(), "unknown exception");
         return false;
     }
     return true;
@@ -233,6 +248,8 @@ Threading::~Threading() {
             f.get();
         } catch (const std::exception& e) {
             ORVANE_ERROR("thread quit error: %s", e.what());
+        } catch (...) {
+            ORVANE_ERROR("thread quit error: %s", "unknown exception");
         }
     }
 }

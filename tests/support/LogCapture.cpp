@@ -22,6 +22,12 @@ LogCapture& LogCapture::get() {
     return *capture;
 }
 
+LogCapture& LogCapture::fresh() {
+    LogCapture& capture = get();
+    capture.clear();
+    return capture;
+}
+
 void LogCapture::sink(int lineLevel, const std::string& line) {
     {
         std::lock_guard<std::mutex> lock(mutex);

@@ -19,6 +19,9 @@ namespace test {
 class LogCapture : public TracerSink {
   public:
     static LogCapture& get();
+    // get() with the lines captured so far dropped, for a test that must not
+    // see an earlier test's (or an earlier repetition's) lines.
+    static LogCapture& fresh();
 
     void sink(int lineLevel, const std::string& line) override;
 

@@ -18,6 +18,10 @@ class ORVANE_API StrUtil {
     // Each byte as two upper-case hexadecimal digits and one blank: "A5 01 ".
     static std::string hexView(const std::string& data);
     static std::string hexView(const char* data, int len);
+    // The first occurrence of the `patternLen`-byte pattern within the `len`
+    // bytes at `data`, or null when it is absent, longer than the data, empty,
+    // or an argument is null or negative.
+    static const char* memString(const char* data, int len, const char* pattern, int patternLen);
 };
 
 }  // namespace orvane

@@ -13,3 +13,6 @@
 #include <orvane/Time.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
+
+#include <orvane/AnyPacket.h>
+#include <orvane/DataBuffer.h>

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <new>
 
+#include "codec/ByteCopy.h"
+
 namespace orvane {
 
 DataBuffer::DataBuffer() : className("DataBuffer") {}
@@ -56,7 +58,7 @@ int LineBuffer::putData(char* data, int len) {
         readPos = storage;
         writePos = storage + unread;
     }
-    memcpy(writePos, data, static_cast<size_t>(len));
+    detail::copyBytes(writePos, data, static_cast<size_t>(len));
     writePos += len;
     return len;
 }
@@ -67,7 +69,7 @@ int LineBuffer::getData(char* buf, int len) {
     int unread = static_cast<int>(writePos - readPos);
     if (unread == 0) return 0;
     int n = unread < len ? unread : len;
-    memcpy(buf, readPos, static_cast<size_t>(n));
+    detail::copyBytes(buf, readPos, static_cast<size_t>(n));
     readPos += n;
     if (readPos == writePos) readPos = writePos = storage;
     return n;
@@ -121,11 +123,11 @@ int RingBuffer::putData(char* data, int len) {
     if (n == 0) return 0;
     uint32_t tail = capacity_ - writeIndex;
     if (n > tail) {
-        memcpy(storage + writeIndex, data, tail);
-        memcpy(storage, data + tail, n - tail);
+        detail::copyBytes(storage + writeIndex, data, tail);
+        detail::copyBytes(storage, data + tail, n - tail);
         writeIndex = n - tail;
     } else {
-        memcpy(storage + writeIndex, data, n);
+        detail::copyBytes(storage + writeIndex, data, n);
         writeIndex += n;
         if (writeIndex == capacity_) writeIndex = 0;
     }
@@ -140,11 +142,11 @@ int RingBuffer::getData(char* buf, int len) {
     if (n == 0) return 0;
     uint32_t tail = capacity_ - readIndex;
     if (n > tail) {
-        memcpy(buf, storage + readIndex, tail);
-        memcpy(buf + tail, storage, n - tail);
+        detail::copyBytes(buf, storage + readIndex, tail);
+        detail::copyBytes(buf + tail, storage, n - tail);
         readIndex = n - tail;
     } else {
-        memcpy(buf, storage + readIndex, n);
+        detail::copyBytes(buf, storage + readIndex, n);
         readIndex += n;
         if (readIndex == capacity_) readIndex = 0;
     }

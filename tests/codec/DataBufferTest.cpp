@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "codec/ByteCopy.h"
 #include "codec/CodecModels.h"
 
 namespace orvane {
@@ -175,6 +176,37 @@ TEST(DataBuffer, CarriesAByteStreamIntactBetweenTwoThreads) {
         producer.join();
         EXPECT_TRUE(inOrder);
         EXPECT_EQ(buffer->size(), 0);
+    }
+}
+
+// Large copies whose destination lies a few bytes ahead of the source
+// modulo 4 KiB go in pieces; the bytes must come out the same at every offset.
+TEST(DataBuffer, CopiesLargeChunksExactlyAtEveryBufferOffset) {
+    std::vector<char> source(3 * 4096);
+    for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<char>(i * 7 + i / 251);
+    std::vector<char> target(3 * 4096);
+    for (size_t ahead : {0, 1, 16, 31, 32, 4095}) {
+        std::fill(target.begin(), target.end(), 0);
+        size_t at = (reinterpret_cast<uintptr_t>(source.data()) + ahead -
+                     reinterpret_cast<uintptr_t>(target.data())) &
+                    4095;
+        detail::copyBytes(target.data() + at, source.data(), 5000);
+        EXPECT_TRUE(std::equal(source.begin(), source.begin() + 5000, target.begin() + at));
+        EXPECT_EQ(target[at + 5000], 0) << ahead;
+    }
+    RingBuffer ring;
+    LineBuffer line;
+    ASSERT_TRUE(ring.init(8192));
+    ASSERT_TRUE(line.init(8192));
+    for (size_t offset = 0; offset < 48; offset += 3) {
+        for (DataBuffer* buffer :
+             {static_cast<DataBuffer*>(&ring), static_cast<DataBuffer*>(&line)}) {
+            ASSERT_EQ(buffer->putData(source.data() + offset, 5000), 5000);
+            ASSERT_EQ(buffer->getData(target.data() + offset, 5000), 5000);
+            EXPECT_TRUE(std::equal(source.begin() + offset, source.begin() + offset + 5000,
+                                   target.begin() + offset))
+                << offset;
+        }
     }
 }
 

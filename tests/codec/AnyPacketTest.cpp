@@ -25,18 +25,18 @@ class LogLines {
     LogLines() {
         auto& capture = test::LogCapture::get();
         capture.clear();
-        AnyPacket::Frame().decode("x");
-        EXPECT_TRUE(capture.waitFor("packet size error, size: 1"));
+        AnyPacket::Frame().decode(std::string(4322, 's'));
+        EXPECT_TRUE(capture.waitFor("packet size error, size: 4322"));
         capture.clear();
     }
 
     std::vector<std::string> lines() {
-        AnyPacket::Frame().decode("");  // the sentinel: "packet size error, size: 0"
+        AnyPacket::Frame().decode(std::string(4321, 's'));
         auto& capture = test::LogCapture::get();
-        EXPECT_TRUE(capture.waitFor("packet size error, size: 0"));
+        EXPECT_TRUE(capture.waitFor("packet size error, size: 4321"));
         std::vector<std::string> out;
         for (auto& line : capture.lines()) {
-            if (line.second.find("packet size error, size: 0") != std::string::npos) break;
+            if (line.second.find("packet size error, size: 4321") != std::string::npos) break;
             out.push_back(test::LogCapture::normalise(line.second));
         }
         return out;
@@ -144,6 +144,19 @@ TEST(AnyPacketFrame, ReportsEachDecodeErrorOnceInTheCheckOrder) {
                                   "pktcrc = 0X0000",
                                   zerosCrc),
               }));
+}
+
+TEST(AnyPacketFrame, RefusesEveryFrameSizeOutsideFourTo518Bytes) {
+    AnyPacket::Frame frame;
+    LogLines log;
+    std::vector<std::string> expected;
+    for (size_t n = 0; n < 700; ++n) {
+        if (n == 4) n = 519;
+        ASSERT_EQ(frame.decode(std::string(n, '\xA5')), "");
+        expected.push_back(StrUtil::format("<E>DATE [Frame::decode,L#] packet size error, size: %d",
+                                           static_cast<int>(n)));
+    }
+    EXPECT_EQ(log.lines(), expected);
 }
 
 TEST(AnyPacketFrame, DecodesShortAndOddlyEscapedBodiesWithinTheFrame) {

@@ -3,6 +3,7 @@
 #include <orvane/Export.h>
 
 #include <string>
+#include <vector>
 
 namespace orvane {
 
@@ -18,6 +19,11 @@ class ORVANE_API StrUtil {
     // Each byte as two upper-case hexadecimal digits and one blank: "A5 01 ".
     static std::string hexView(const std::string& data);
     static std::string hexView(const char* data, int len);
+    // The pieces of s between occurrences of sep, in order; with dropEmpty
+    // the empty ones are left out (so a run of separators counts as one).
+    // An empty sep gives s whole.
+    static std::vector<std::string> splitString(const std::string& s, const std::string& sep,
+                                                bool dropEmpty);
     // The first occurrence of the `patternLen`-byte pattern within the `len`
     // bytes at `data`, or null when it is absent, longer than the data, empty,
     // or an argument is null or negative.

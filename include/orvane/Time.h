@@ -12,10 +12,18 @@ namespace orvane {
 // A point or a span of time in seconds and microseconds, read from the epoch
 // clock (fromEpoch) or the monotonic clock (fromMono). A plain value: no
 // locks, safe to copy between threads.
+// Time(sec, usec) folds whole seconds of usec into sec with truncating
+// division, so a negative usec leaves negative microseconds: Time(1, -500000)
+// is 1 s and -500000 us. Sums and differences are normalised the same way
+// (both fields carry the sign of the result), so comparing them field by
+// field orders them by value; toString() of a negative span prints both
+// signs ("-2.-500000").
 class ORVANE_API Time {
   public:
     Time() = default;
     Time(long sec, long usec);
+    // Truncated toward zero, to the microsecond; NaN gives 0, and the seconds
+    // are kept within +-9.2e12 so that toMicroSec() cannot overflow.
     explicit Time(double seconds);
     explicit Time(unsigned long microseconds);
     explicit Time(const timeval& tv);
@@ -31,7 +39,8 @@ class ORVANE_API Time {
     double toSec() const { return static_cast<double>(sec_) + static_cast<double>(usec_) / 1e6; }
     // "%ld.%06d": whole seconds, a point, six digits of microseconds.
     std::string toString() const;
-    // True when |this - other| in microseconds is at most tolerance / 2.
+    // True when |this - other| in microseconds is at most tolerance / 2:
+    // tolerance is the width of a band centred on other.
     bool isNear(const Time& other, unsigned int tolerance) const;
 
     static Time fromEpoch();
@@ -41,6 +50,7 @@ class ORVANE_API Time {
 
     Time operator+(const Time& other) const;
     Time operator-(const Time& other) const;
+    // Field by field, seconds first.
     bool operator==(const Time& other) const;
     bool operator!=(const Time& other) const { return !(*this == other); }
     bool operator<(const Time& other) const;
@@ -52,19 +62,63 @@ class ORVANE_API Time {
 };
 
 // A broken-down local calendar date and time. toString() is the time field of
-// every log line: "%d-%02d-%02d %02d:%02d:%02d".
+// every log line: "%d-%02d-%02d %02d:%02d:%02d". A plain value; the static
+// setters change process-wide or machine-wide state (the clock, TZ, the
+// hardware clock) and belong to one thread at a time.
+// Failures are logged once with strerror's text and reported by a false
+// result or a default DateTime; nothing throws.
+// Deliberate calendar rules: isLeapYear() has no 400-year exception (2000 is
+// not a leap year), and weekday() counts dates up to 1582-10-04 as Julian.
+// setTimeZone(28800) puts TZ=UTC8 into the environment, which POSIX reads as
+// eight hours WEST of UTC.
 class ORVANE_API DateTime {
   public:
     DateTime() = default;
+    // Local time of t's seconds; milliseconds from its microseconds; dst -1.
     explicit DateTime(const Time& t);
     DateTime(unsigned year, unsigned month, unsigned day, unsigned hour, unsigned minute,
              unsigned second);
 
+    // The fields as local time (mktime, dst decided by the zone), 0 us;
+    // a time mktime cannot represent, or one before the epoch, gives 0.
+    // Milliseconds are dropped.
+    Time toEpochTime() const;
+    // This local time in UTC; milliseconds become 0, dst 0.
+    DateTime toUTC() const;
+    // 0 Sunday .. 6 Saturday.
+    int weekday() const;
+    bool isLeapYear() const;
     std::string toString() const;
-    // Now: local time of time(NULL), with milliseconds from the epoch clock.
-    static DateTime getDateTime();
 
+    // Seconds east of UTC of the local zone; with withDst and daylight
+    // saving in force, 3600 more.
+    static int tzDiffSecs(bool withDst);
+    // The zone named in /etc/timezone (trailing blanks trimmed) when the
+    // file exists, else the standard zone name of the process (tzname[0]).
+    static std::string timeZone();
+    // Now: local time of time(NULL) with its dst flag, milliseconds from the epoch clock.
+    static DateTime getDateTime();
+    // Puts TZ=UTC<whole hours> into this process's environment and re-reads it.
+    static bool setTimeZone(const int& offsetSeconds);
+    // Sets the system clock to the given local time, whole seconds.
+    static bool setDateTime(const DateTime& value);
+    // Sets the system clock to t and the kernel's zone to offsetSeconds / 60
+    // minutes west with the dst flag, then TZ to "UTC" or "UTC%+d:00".
+    static bool setDateTime(const Time& t, const int& offsetSeconds, bool dst);
+    // Sets zone and clock through the time daemon (timedatectl, run by the
+    // shell; may take a while). NTP is switched off first. When zone differs
+    // from timeZone(), it is also written to /etc/timezone; TZ of this
+    // process becomes zone. An empty zone keeps the current one; a zone name
+    // holding anything but letters, digits and "/_+-." is refused.
+    static bool setDateTime(const Time& t, const std::string& zone);
+    // The hardware clock (/dev/rtc0); the default value when it cannot be read.
+    static DateTime getRtcTime();
+    static bool setRtcTime(const DateTime& value);
+
+    // Field by field, most significant first, down to the millisecond; the
+    // dst flag describes the zone, not the moment, and is not compared.
     bool operator==(const DateTime& other) const;
+    bool operator!=(const DateTime& other) const { return !(*this == other); }
     bool operator<(const DateTime& other) const;
     bool operator>(const DateTime& other) const;
 
@@ -78,12 +132,15 @@ class ORVANE_API DateTime {
     int dst = -1;
 };
 
-// Paces a loop at a fixed frequency on the monotonic clock. A loop that falls
+// Paces a loop at a fixed frequency on the monotonic clock. The period is
+// 1000000 / |hz| us, at least 1 and at most 2147483647. A loop that falls
 // two or more periods behind restarts its period at now instead of catching
 // up. Not thread-safe: one Rate belongs to one loop.
 class ORVANE_API Rate {
   public:
     explicit Rate(float hz);
+    Rate(const Rate&) = default;
+    Rate& operator=(const Rate&) = default;
 
     // A new period when hz > 0 (else the old one stays); the period restarts now.
     void reset(float hz);

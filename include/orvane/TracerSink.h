@@ -3,9 +3,12 @@
 #include <orvane/Export.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 
 namespace orvane {
+
+class UdpSocket;
 
 // One output of the logger. The Tracer's sink thread calls sink() for every
 // finished line, one line at a time and never concurrently with itself;
@@ -51,6 +54,24 @@ class ORVANE_API SyslogSink : public TracerSink {
 
   protected:
     std::string className;
+};
+
+// Sends each line as one UDP datagram to a fixed peer, so that the log can
+// be watched from another machine: the line coloured as on the console
+// (levels above 4 bold green), then a newline; nothing else. Levels 0..4 are
+// always sent; a user level above 4 only when it is at most the sink's own
+// level (set through Tracer::setLevel or addSink). A sink whose socket could
+// not be opened stays silent; send errors are ignored, never retried.
+class ORVANE_API UDPSink : public TracerSink {
+  public:
+    UDPSink(const std::string& peer, unsigned short port);
+    ~UDPSink() override;
+    void onLevelChanged(int newLevel) override;
+    void sink(int lineLevel, const std::string& line) override;
+
+  protected:
+    std::string className;
+    std::shared_ptr<UdpSocket> socket;
 };
 
 }  // namespace orvane

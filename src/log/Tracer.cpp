@@ -113,15 +113,18 @@ void Tracer::addSink(std::shared_ptr<TracerSink> sink) {
 
 void Tracer::start() {
     if (running) return;
+    // Raised before the sink thread runs: a destructor that comes before the
+    // thread's first pass must still be able to stop it.
+    running = true;
     try {
         sinkTask = std::async(std::launch::async, [this] { sinkLoop(); });
     } catch (const std::exception& e) {
+        running = false;
         syslog(LOG_ERR, "orvane::Tracer::start() error: %s", e.what());
     }
 }
 
 void Tracer::sinkLoop() {
-    running = true;
     Rate rate(100);
     while (running) {
         sinkMsg();

@@ -51,6 +51,25 @@ std::string StrUtil::hexView(const char* data, int len) {
     return out;
 }
 
+std::vector<std::string> StrUtil::splitString(const std::string& s, const std::string& sep,
+                                              bool dropEmpty) {
+    std::vector<std::string> pieces;
+    auto keep = [&](size_t from, size_t to) {
+        if (to > from || !dropEmpty) pieces.emplace_back(s, from, to - from);
+    };
+    if (sep.empty()) {
+        keep(0, s.size());
+        return pieces;
+    }
+    size_t begin = 0;
+    for (size_t at = s.find(sep); at != std::string::npos; at = s.find(sep, begin)) {
+        keep(begin, at);
+        begin = at + sep.size();
+    }
+    keep(begin, s.size());
+    return pieces;
+}
+
 const char* StrUtil::memString(const char* data, int len, const char* pattern, int patternLen) {
     if (data == nullptr || pattern == nullptr || len <= 0 || patternLen <= 0) return nullptr;
     if (patternLen > len) return nullptr;

@@ -1,9 +1,22 @@
+#include <fcntl.h>
+#include <linux/rtc.h>
+#include <orvane/File.h>
+#include <orvane/StrUtil.h>
+#include <orvane/System.h>
 #include <orvane/Thread.h>
 #include <orvane/Time.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+
+#include "log/LogLine.h"
 
 namespace orvane {
 
@@ -21,9 +34,23 @@ Time now(clockid_t clock) {
 
 Time::Time(long sec, long usec) : sec_(sec + usec / 1000000), usec_(usec % 1000000) {}
 
-Time::Time(double seconds)
-    : sec_(static_cast<int64_t>(seconds)),
-      usec_(static_cast<int64_t>((seconds - std::trunc(seconds)) * 1000000.0)) {}
+namespace {
+
+// Seconds whose microseconds still fit in 64 bits (about 290000 years);
+// NaN becomes 0.
+double clampSeconds(double seconds) {
+    const double limit = 9.2e12;
+    if (std::isnan(seconds)) return 0.0;
+    return std::max(-limit, std::min(limit, seconds));
+}
+
+}  // namespace
+
+Time::Time(double seconds) : Time() {
+    seconds = clampSeconds(seconds);
+    sec_ = static_cast<int64_t>(seconds);
+    usec_ = static_cast<int64_t>((seconds - std::trunc(seconds)) * 1000000.0);
+}
 
 Time::Time(unsigned long microseconds)
     : sec_(static_cast<int64_t>(microseconds / 1000000)),
@@ -59,12 +86,14 @@ Time Time::fromMono() { return now(CLOCK_MONOTONIC); }
 
 int64_t Time::usSinceMono(const Time& start) { return (fromMono() - start).toMicroSec(); }
 
+// Through the total in microseconds, so both fields of the result carry its
+// sign and field-by-field comparison orders results by value.
 Time Time::operator+(const Time& other) const {
-    return Time(static_cast<long>(sec_ + other.sec_), static_cast<long>(usec_ + other.usec_));
+    return Time(0L, static_cast<long>(toMicroSec() + other.toMicroSec()));
 }
 
 Time Time::operator-(const Time& other) const {
-    return Time(static_cast<long>(sec_ - other.sec_), static_cast<long>(usec_ - other.usec_));
+    return Time(0L, static_cast<long>(toMicroSec() - other.toMicroSec()));
 }
 
 bool Time::operator==(const Time& other) const {
@@ -81,12 +110,66 @@ bool Time::operator>(const Time& other) const { return other < *this; }
 
 namespace {
 
-DateTime fromTm(const tm& t) {
+// From a broken-down record with the fields of struct tm (tm, rtc_time).
+template <typename Record>
+DateTime fromTm(const Record& t) {
     DateTime dt(static_cast<unsigned>(t.tm_year + 1900), static_cast<unsigned>(t.tm_mon + 1),
                 static_cast<unsigned>(t.tm_mday), static_cast<unsigned>(t.tm_hour),
                 static_cast<unsigned>(t.tm_min), static_cast<unsigned>(t.tm_sec));
     return dt;
 }
+
+// The date and time fields into a zeroed record of the fields of struct tm.
+template <typename Record>
+Record toRecord(const DateTime& value) {
+    Record t{};
+    t.tm_year = value.year - 1900;
+    t.tm_mon = value.month - 1;
+    t.tm_mday = value.day;
+    t.tm_hour = value.hour;
+    t.tm_min = value.minute;
+    t.tm_sec = value.second;
+    return t;
+}
+
+// mktime of the fields as local time, the zone deciding daylight saving.
+time_t localSeconds(const DateTime& value) {
+    tm local = toRecord<tm>(value);
+    local.tm_isdst = -1;
+    return mktime(&local);
+}
+
+// Characters of a zone database name ("Asia/Shanghai", "Etc/GMT+8"); anything
+// else could change the meaning of the shell command it is written into.
+bool isZoneName(const std::string& zone) {
+    if (zone.empty()) return false;
+    for (char c : zone) {
+        if (!isalnum(static_cast<unsigned char>(c)) && strchr("/_+-.", c) == nullptr) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool runTimeCommand(const std::string& command) {
+    if (System::execute(command)) return true;
+    ORVANE_SERROR_IN("setDateTime", "@DataTime, exec cmd[%s] error!", command.c_str());
+    return false;
+}
+
+// The hardware clock's device, open read-write while the object lives.
+class RtcDevice {
+  public:
+    RtcDevice() : fd(::open("/dev/rtc0", O_RDWR | O_CLOEXEC)), openError(fd < 0 ? errno : 0) {}
+    ~RtcDevice() {
+        if (fd >= 0) ::close(fd);
+    }
+    RtcDevice(const RtcDevice&) = delete;
+    RtcDevice& operator=(const RtcDevice&) = delete;
+
+    const int fd;
+    const int openError;
+};
 
 }  // namespace
 
@@ -106,11 +189,62 @@ DateTime::DateTime(unsigned y, unsigned mon, unsigned d, unsigned h, unsigned mi
       minute(static_cast<int>(min)),
       second(static_cast<int>(s)) {}
 
+Time DateTime::toEpochTime() const {
+    time_t seconds = localSeconds(*this);
+    return Time(static_cast<long>(seconds < 0 ? 0 : seconds), 0L);
+}
+
+DateTime DateTime::toUTC() const {
+    time_t seconds = static_cast<time_t>(toEpochTime().sec());
+    tm utc{};
+    gmtime_r(&seconds, &utc);
+    DateTime dt = fromTm(utc);
+    dt.dst = utc.tm_isdst;
+    return dt;
+}
+
+int DateTime::weekday() const {
+    int y = year;
+    int m = month;
+    if (m < 3) {
+        y -= 1;
+        m += 12;
+    }
+    int k = y % 100;
+    int h = k + k / 4 + y / 400 - 2 * (y / 100) + (13 * (m + 1)) / 5 + day;
+    // Dates after 4 October 1582 are Gregorian, earlier ones Julian.
+    h += (static_cast<int64_t>(year) * 10000 + month * 100 + day > 15821004) ? -1 : 2;
+    return (h % 7 + 7) % 7;
+}
+
+bool DateTime::isLeapYear() const { return year % 4 == 0 && year % 100 != 0; }
+
 std::string DateTime::toString() const {
     char text[96];
     int n = snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%02d", year, month, day, hour,
                      minute, second);
     return std::string(text, n > 0 ? static_cast<size_t>(n) : 0);
+}
+
+int DateTime::tzDiffSecs(bool withDst) {
+    time_t now = time(nullptr);
+    tm local{};
+    tzset();
+    localtime_r(&now, &local);
+    int east = static_cast<int>(-timezone);
+    if (withDst && local.tm_isdst > 0) east += 3600;
+    return east;
+}
+
+std::string DateTime::timeZone() {
+    static const char* const kZoneFile = "/etc/timezone";
+    if (File::exists(kZoneFile)) {
+        std::string zone = File::readAll(kZoneFile);
+        size_t end = zone.find_last_not_of(" \t\r\n");
+        return end == std::string::npos ? std::string() : zone.substr(0, end + 1);
+    }
+    tzset();
+    return tzname[0] != nullptr ? std::string(tzname[0]) : std::string();
 }
 
 DateTime DateTime::getDateTime() {
@@ -121,6 +255,113 @@ DateTime DateTime::getDateTime() {
     dt.dst = local.tm_isdst;
     dt.millisecond = static_cast<int>(Time::fromEpoch().usec() / 1000);
     return dt;
+}
+
+bool DateTime::setTimeZone(const int& offsetSeconds) {
+    // putenv keeps the pointer, so the entry must outlive the call; one
+    // buffer serves every call (the setters belong to one thread at a time).
+    static char entry[32];
+    snprintf(entry, sizeof entry, "TZ=UTC%d", offsetSeconds / 3600);
+    if (putenv(entry) != 0) {
+        int err = errno;
+        ORVANE_SERROR("@DateTime, set environment error: %s!", strerror(err));
+        return false;
+    }
+    tzset();
+    return true;
+}
+
+bool DateTime::setDateTime(const DateTime& value) {
+    errno = 0;
+    time_t seconds = localSeconds(value);
+    if (seconds < 0) {
+        int err = errno;
+        ORVANE_SERROR("@DateTime, make time error: %s !", strerror(err));
+        return false;
+    }
+    timeval tv{};
+    tv.tv_sec = seconds;
+    if (settimeofday(&tv, nullptr) != 0) {
+        int err = errno;
+        ORVANE_SERROR("@DateTime, set time error: %s !", strerror(err));
+        return false;
+    }
+    return true;
+}
+
+bool DateTime::setDateTime(const Time& t, const int& offsetSeconds, bool dst) {
+    timeval tv = t.toTimeval();
+    struct timezone zone {};
+    zone.tz_minuteswest = offsetSeconds / 60;
+    zone.tz_dsttime = dst ? 1 : 0;
+    // The C library refuses a clock and a zone in one call (EINVAL), so the
+    // zone goes first: the kernel may shift the clock on its first zone
+    // setting, and the clock set afterwards stays as given.
+    if (settimeofday(nullptr, &zone) != 0 || settimeofday(&tv, nullptr) != 0) {
+        int err = errno;
+        ORVANE_SERROR("@DateTime, set time error: %s !", strerror(err));
+        return false;
+    }
+    std::string name = offsetSeconds == 0 ? std::string("UTC")
+                                          : StrUtil::format("UTC%+d:00", offsetSeconds / 3600);
+    setenv("TZ", name.c_str(), 1);
+    tzset();
+    return true;
+}
+
+bool DateTime::setDateTime(const Time& t, const std::string& zone) {
+    std::string current = timeZone();
+    const std::string& target = zone.empty() ? current : zone;
+    std::string command =
+        target == current
+            ? StrUtil::format("timedatectl set-ntp false; export TZ=%s", target.c_str())
+            : StrUtil::format(
+                  "timedatectl set-ntp false; export TZ=%s; timedatectl set-timezone %s ; echo "
+                  "%s > /etc/timezone",
+                  target.c_str(), target.c_str(), target.c_str());
+    if (!isZoneName(target)) {
+        // Refused unrun: the name would be read by the shell.
+        ORVANE_SERROR("@DataTime, exec cmd[%s] error!", command.c_str());
+        return false;
+    }
+    if (!runTimeCommand(command)) return false;
+    // The daemon takes wall-clock time of the new zone; this process follows it too.
+    setenv("TZ", target.c_str(), 1);
+    tzset();
+    DateTime local(t);
+    return runTimeCommand(StrUtil::format("timedatectl set-time '%d-%02d-%02d %02d:%02d:%02d'",
+                                          local.year, local.month, local.day, local.hour,
+                                          local.minute, local.second));
+}
+
+DateTime DateTime::getRtcTime() {
+    RtcDevice rtc;
+    if (rtc.fd < 0) {
+        ORVANE_SERROR("@DateTime, open rtc error:%s.", strerror(rtc.openError));
+        return DateTime();
+    }
+    rtc_time clock{};
+    if (ioctl(rtc.fd, RTC_RD_TIME, &clock) != 0) {
+        int err = errno;
+        ORVANE_SERROR("@DateTime, read rtc error:%s.", strerror(err));
+        return DateTime();
+    }
+    return fromTm(clock);
+}
+
+bool DateTime::setRtcTime(const DateTime& value) {
+    RtcDevice rtc;
+    if (rtc.fd < 0) {
+        ORVANE_SERROR("@DateTime, open rtc error:%s.", strerror(rtc.openError));
+        return false;
+    }
+    rtc_time clock = toRecord<rtc_time>(value);
+    if (ioctl(rtc.fd, RTC_SET_TIME, &clock) != 0) {
+        int err = errno;
+        ORVANE_SERROR("@DateTime, write rtc error:%s.", strerror(err));
+        return false;
+    }
+    return true;
 }
 
 namespace {

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <orvane/Export.h>
+#include <orvane/IODevice.h>
+
+#include <string>
+
+namespace orvane {
+
+// A tty serial line. The line settings (attributes BAUD to FLOWCTRL) are set
+// while the port is closed and applied by the next open(), which configures
+// the line raw: no input or output processing, no echo, VMIN 1, VTIME 10.
+// DATAMODE and RS485DIR act on the driver at once and only while open:
+// datamode 2 switches the kernel's RS-485 mode on (TIOCSRS485), rs485dir is
+// handed to the driver with ioctl request 16; neither ioctl's result is
+// checked, so on a tty without RS-485 support both calls still return 0.
+// Errors are logged at error level: control calls return false or -1, data
+// calls -1 for an error and -2 for a timeout (microseconds; negative waits
+// without limit). setAttribute() returns 0 for an unknown attribute number
+// on a closed port, after logging it.
+// An open() that fails after the device was opened (unsupported baud, a
+// tcsetattr failure) leaves the port open: close() it before trying again.
+// Quirks kept on purpose: parity 2 enables no parity bit, parity 3 also
+// clears the second stop bit, and flow control 2 sets the bits 0x1C00 of
+// c_cflag (HUPCL, CLOCAL and CBAUDEX) instead of software flow control.
+// No locking: sendData and recvData may run on two threads at once, the
+// other calls belong to one thread.
+class ORVANE_API SerialPort : public IODevice {
+  public:
+    // The attribute numbers of setAttribute and getAttribute.
+    enum Attribute {
+        BAUD = 0,      // 1200 ... 921600, default 115200
+        DATABITS = 1,  // 5 to 8, default 8
+        STOPBITS = 2,  // 1 or 2, default 1
+        PARITY = 3,    // 0 none, 1 odd, 2 none, 3 none and one stop bit; default 0
+        FLOWCTRL = 4,  // 0 none, 1 RTS/CTS, 2 the 0x1C00 bits; default 0
+        DATAMODE = 5,  // 0, 1, 2 (RS-485); default 0
+        RS485DIR = 6,  // 0 or 1, passed to the driver; default 0
+    };
+
+    SerialPort();
+    ~SerialPort() override;
+
+    // mode: 0 read-only, 1 write-only, 2 read-write.
+    bool open(const std::string& path, int mode) override;
+    bool close() override;
+    int recvData(char* buf, int len, int timeoutUs) override;
+    int sendData(const char* data, int len, int timeoutUs) override;
+
+    // 0 on success, -1 for a refused value or the wrong open state.
+    virtual int setAttribute(int attr, int value);
+    // The stored value of attribute 0 to 6, -1 for any other number.
+    virtual int getAttribute(int attr);
+
+  protected:
+    std::string className;
+
+  private:
+    int exchange(char* in, const char* out, int len, int timeoutUs, const char* method);
+
+    int attributes[7];
+};
+
+}  // namespace orvane

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <orvane/Export.h>
+#include <orvane/Socket.h>
+#include <orvane/Thread.h>
+
+#include <memory>
+#include <string>
+
+namespace orvane {
+
+// Skeleton of an IPv4 stream server, run on a Thread as its Runnable. The
+// application derives from it and implements newConnection(), which is
+// called on the server's thread once per accepted client, one client at a
+// time. The handler takes a client over by moving it out of the reference
+// (and may then serve it on another thread); a client left in the reference
+// is closed as soon as the handler returns. The loop checks for a stop
+// request (Thread::stop or quit) every 100 ms while no client arrives, and
+// never ends on a socket error: a failed accept is logged and, after a 3 s
+// pause, retried. Call setup() before starting the thread, and stop the
+// thread before destroying the server.
+class ORVANE_API TcpServer : public Runnable {
+  public:
+    TcpServer();
+    ~TcpServer() override;
+    TcpServer(const TcpServer&) = delete;
+    TcpServer& operator=(const TcpServer&) = delete;
+
+    void run(const Thread& runner) override;
+    // Replaces the listening socket (the old one is closed) with a new one
+    // bound to addr:port ("" any address, port 0 the kernel's choice) and
+    // listening with `backlog`.
+    virtual bool setup(std::string addr, unsigned short port, int backlog);
+    virtual void newConnection(std::unique_ptr<TcpSocket>& client) = 0;
+
+    // Asks the thread running this server to stop.
+    void quit();
+    // The bound port of the listening socket (host order); 0 before setup.
+    unsigned short localPort() const;
+
+  protected:
+    std::string className;
+    std::unique_ptr<TcpSocket> listenSocket;
+
+    bool listenOn(std::unique_ptr<TcpSocket> socket, const std::string& addr, unsigned short port,
+                  int backlog);
+};
+
+// TcpServer over a Unix-domain socket: setup(path, port, backlog) binds the
+// socket file `path` (port ignored), replacing a stale file; clients are
+// LocalTcpSockets. The socket file stays after the server is destroyed.
+class ORVANE_API LocalTcpServer : public TcpServer {
+  public:
+    LocalTcpServer();
+    void run(const Thread& runner) override;
+    bool setup(std::string path, unsigned short port, int backlog) override;
+
+  protected:
+    std::string className;
+};
+
+// Skeleton of an IPv4 datagram server, run on a Thread as its Runnable. The
+// application implements dataReceived(), called on the server's thread for
+// every datagram (at most 1472 bytes are read); `socket` then holds the
+// sender as its peer, so socket.writeData() answers it. The loop waits 10 ms
+// at a time and ends only when the handler returns false: Thread::stop alone
+// does not stop a UdpServer (the stop waits until the handler ends the
+// loop). A server whose socket is not open ends its loop at once.
+class ORVANE_API UdpServer : public Runnable {
+  public:
+    UdpServer();
+    ~UdpServer() override;
+    UdpServer(const UdpServer&) = delete;
+    UdpServer& operator=(const UdpServer&) = delete;
+
+    void run(const Thread& runner) override;
+    // Returns false to end the server's loop.
+    virtual bool dataReceived(UdpSocket& socket, const char* data, int len) = 0;
+
+    // Binds the socket to addr:port ("" any address, port 0 the kernel's choice).
+    bool setup(std::string addr, unsigned short port);
+    unsigned short localPort() const { return socket_.localPort(); }
+    UdpSocket& socket() { return socket_; }
+
+  protected:
+    std::string className;
+    UdpSocket socket_;
+    int reserved;  // kept for layout; unused
+};
+
+}  // namespace orvane

@@ -1,0 +1,165 @@
+#include <fcntl.h>
+#include <orvane/SpiDev.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "device/SpiTransfer.h"
+#include "log/LogLine.h"
+
+namespace orvane {
+
+namespace detail {
+
+uint32_t spiOpenMode(uint32_t mode) {
+    if ((mode & SPI_LOOP) != 0) {
+        if ((mode & SPI_TX_DUAL) != 0) mode |= SPI_RX_DUAL;
+        if ((mode & SPI_TX_QUAD) != 0) mode |= SPI_RX_QUAD;
+    }
+    return mode;
+}
+
+spi_ioc_transfer spiTransferRecord(const unsigned char* tx, unsigned char* rxBuffer, uint32_t len,
+                                   uint32_t mode, uint32_t speedHz, uint16_t delayUs,
+                                   uint8_t bitsPerWord) {
+    spi_ioc_transfer record{};  // cs_change, word delay and padding stay 0
+    record.tx_buf = reinterpret_cast<uintptr_t>(tx);
+    record.rx_buf = reinterpret_cast<uintptr_t>(rxBuffer);
+    record.len = len;
+    record.speed_hz = speedHz;
+    record.delay_usecs = delayUs;
+    record.bits_per_word = bitsPerWord;
+    if ((mode & SPI_TX_QUAD) != 0) {
+        record.tx_nbits = 4;
+    } else if ((mode & SPI_TX_DUAL) != 0) {
+        record.tx_nbits = 2;
+    }
+    if ((mode & SPI_RX_QUAD) != 0) {
+        record.rx_nbits = 4;
+    } else if ((mode & SPI_RX_DUAL) != 0) {
+        record.rx_nbits = 2;
+    }
+    if ((mode & SPI_LOOP) == 0) {
+        if ((mode & (SPI_TX_DUAL | SPI_TX_QUAD)) != 0) {
+            record.rx_buf = 0;
+        } else if ((mode & (SPI_RX_DUAL | SPI_RX_QUAD)) != 0) {
+            record.tx_buf = 0;
+        }
+    }
+    return record;
+}
+
+}  // namespace detail
+
+namespace {
+
+// Messages up to this size receive into a buffer on the stack.
+constexpr unsigned int kStackMessage = 256;
+
+}  // namespace
+
+SpiDev::SpiDev() : className("SpiDev"), fd_(-1), mode_(0), speed_(500000), delay_(0), bits_(8) {}
+
+SpiDev::~SpiDev() { close(); }
+
+bool SpiDev::open(const std::string& path, unsigned int spiMode, unsigned int speedHz,
+                  unsigned short delayUs, unsigned char bitsPerWord) {
+    close();
+    fd_ = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd_ < 0) {
+        ORVANE_ERROR("open %s error!", path.c_str());
+        return false;
+    }
+    uint32_t wanted = detail::spiOpenMode(spiMode);
+    // The 8-bit mode requests carry only the low byte.
+    uint8_t modeByte = static_cast<uint8_t>(wanted);
+    if (ioctl(fd_, SPI_IOC_WR_MODE, &modeByte) < 0) {
+        ORVANE_ERROR("set SPI mode error, mode: 0x%08x", wanted);
+        close();
+        return false;
+    }
+    if (ioctl(fd_, SPI_IOC_RD_MODE, &modeByte) < 0) {
+        int err = errno;
+        ORVANE_ERROR("get SPI mode error: %s", strerror(err));
+        close();
+        return false;
+    }
+    mode_ = modeByte;
+    uint8_t wordBits = bitsPerWord;
+    if (ioctl(fd_, SPI_IOC_WR_BITS_PER_WORD, &wordBits) < 0) {
+        ORVANE_ERROR("set SPI bits error, bits: %d", bitsPerWord);
+        close();
+        return false;
+    }
+    if (ioctl(fd_, SPI_IOC_RD_BITS_PER_WORD, &bits_) < 0) {
+        int err = errno;
+        ORVANE_ERROR("get SPI bits error: %s", strerror(err));
+        close();
+        return false;
+    }
+    uint32_t clockHz = speedHz;
+    if (ioctl(fd_, SPI_IOC_WR_MAX_SPEED_HZ, &clockHz) < 0) {
+        ORVANE_ERROR("set SPI speed error, speed: %d", static_cast<int>(speedHz));
+        close();
+        return false;
+    }
+    if (ioctl(fd_, SPI_IOC_RD_MAX_SPEED_HZ, &speed_) < 0) {
+        int err = errno;
+        ORVANE_ERROR("get SPI speed error: %s", strerror(err));
+        close();
+        return false;
+    }
+    delay_ = delayUs;
+    return true;
+}
+
+bool SpiDev::transfer(unsigned char* tx, unsigned int txlen, unsigned char* rx,
+                      unsigned int rxlen) {
+    if (tx == nullptr || txlen == 0) {
+        ORVANE_ERROR("txbuf cannot be null!");
+        return false;
+    }
+    bool answer = rx != nullptr && rxlen != 0;
+    unsigned int len = txlen;
+    if (answer) {
+        len = txlen + rxlen;
+        if (len < txlen) {  // wrapped: no buffer could hold the message
+            ORVANE_ERROR("message too long: %u + %u bytes", txlen, rxlen);
+            return false;
+        }
+    }
+    unsigned char stackBuffer[kStackMessage];
+    std::unique_ptr<unsigned char[]> heapBuffer;
+    unsigned char* rxBuffer = nullptr;
+    if (answer) {
+        if (len <= kStackMessage) {
+            rxBuffer = stackBuffer;
+        } else {
+            heapBuffer.reset(new unsigned char[len]);
+            rxBuffer = heapBuffer.get();
+        }
+        memset(rxBuffer, 0, len);
+    }
+    spi_ioc_transfer record =
+        detail::spiTransferRecord(tx, rxBuffer, len, mode_, speed_, delay_, bits_);
+    if (ioctl(fd_, SPI_IOC_MESSAGE(1), &record) < 1) {
+        int err = errno;
+        ORVANE_ERROR("SPI_IOC_MESSAGE error: %s", strerror(err));
+        return false;
+    }
+    // What came in while tx was clocked out is dropped.
+    if (answer) memcpy(rx, rxBuffer + txlen, rxlen);
+    return true;
+}
+
+// Every descriptor open() obtained is released, 0 included, and fd goes back
+// to -1, so a second close() touches nothing.
+void SpiDev::close() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+}
+
+}  // namespace orvane

@@ -1,0 +1,28 @@
+#pragma once
+
+// The pure parts of SpiDev, kept apart so they can be checked without an SPI
+// controller: the mode that open() writes, and the one-record message that
+// transfer() hands to SPI_IOC_MESSAGE(1).
+
+#include <linux/spi/spidev.h>
+#include <orvane/Export.h>
+
+#include <cstdint>
+
+namespace orvane {
+namespace detail {
+
+// The mode open() writes: with SPI_LOOP, transmitting on two (four) wires
+// also receives on two (four).
+ORVANE_API uint32_t spiOpenMode(uint32_t mode);
+
+// One transfer of len bytes from tx into rxBuffer (either may be null) with
+// the device's speed, delay and word size. The wire widths follow the mode;
+// outside loopback a dual or quad transmit drops the receive buffer, and
+// otherwise a dual or quad receive drops the transmit buffer.
+ORVANE_API spi_ioc_transfer spiTransferRecord(const unsigned char* tx, unsigned char* rxBuffer,
+                                              uint32_t len, uint32_t mode, uint32_t speedHz,
+                                              uint16_t delayUs, uint8_t bitsPerWord);
+
+}  // namespace detail
+}  // namespace orvane

@@ -1,0 +1,203 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <orvane/IODevice.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "io/WaitFd.h"
+#include "log/LogLine.h"
+
+namespace orvane {
+
+namespace {
+
+// open() flags of each IOMode; -1 marks a mode IODevice refuses.
+constexpr int kOpenFlags[8] = {
+    O_RDONLY,                     // IO_READ
+    O_WRONLY,                     // IO_WRITE
+    O_RDWR,                       // IO_READ_WRITE
+    O_RDWR | O_APPEND,            // IO_APPEND
+    O_RDWR | O_CREAT | O_TRUNC,   // IO_TRUNCATE
+    O_RDWR | O_CREAT,             // IO_CREATE
+    O_RDWR | O_CREAT | O_APPEND,  // IO_CREATE_APPEND
+    -1,                           // IO_APPEND_READ
+};
+
+}  // namespace
+
+IODevice::IODevice()
+    : className("IODevice"), fd_(-1), ioMode(-1), directIO(false), wmSize(0), wmFill(0) {}
+
+IODevice::~IODevice() { IODevice::close(); }
+
+bool IODevice::open(const std::string& name, int mode) {
+    if (name.empty() || static_cast<unsigned int>(mode) > 7) {
+        ORVANE_ERROR("param error!");
+        return false;
+    }
+    if (fd_ >= 0) {
+        ORVANE_ERROR("device is already opened!");
+        return false;
+    }
+    int flags = kOpenFlags[mode];
+    if (flags < 0) {
+        ORVANE_ERROR("Unsupport IO Mode: %d!", mode);
+        return false;
+    }
+    flags |= O_CLOEXEC;
+    if (directIO) flags |= O_DIRECT;
+    errno = 0;
+    fd_ = ::open(name.c_str(), flags, 0666);
+    if (fd_ < 0) {
+        int err = errno;
+        ORVANE_ERROR("open %s error: %s!", name.c_str(), strerror(err));
+        return false;
+    }
+    devName = name;
+    ioMode = mode;
+    return true;
+}
+
+bool IODevice::close() {
+    if (fd_ < 1) return true;
+    flush();
+    ::close(fd_);
+    fd_ = -1;
+    return true;
+}
+
+int IODevice::readData(char* buf, int len) {
+    return transfer(__func__, "param error!", buf, len, false, false, 0);
+}
+
+int IODevice::writeData(const char* data, int len) {
+    return transfer(__func__, "param error.", const_cast<char*>(data), len, true, false, 0);
+}
+
+int IODevice::recvData(char* buf, int len, int timeoutUs) {
+    return transfer(__func__, "param error.", buf, len, false, true, timeoutUs);
+}
+
+int IODevice::sendData(const char* data, int len, int timeoutUs) {
+    return transfer(__func__, "param error.", const_cast<char*>(data), len, true, true, timeoutUs);
+}
+
+// The checks and the one read()/write() shared by the four data calls; with
+// `wait`, a readiness wait of timeoutUs first. Logs for `method`.
+int IODevice::transfer(const char* method, const char* paramText, char* buf, int len, bool forWrite,
+                       bool wait, int timeoutUs) {
+    if (buf == nullptr || len < 1) {
+        ORVANE_ERROR_IN(method, "%s", paramText);
+        return -1;
+    }
+    if (fd_ < 0) {
+        ORVANE_ERROR_IN(method, "device not open.");
+        return -1;
+    }
+    if (wait) {
+        int ready = waitReady(method, forWrite, timeoutUs);
+        if (ready < 0) return ready;
+    }
+    ssize_t n = forWrite ? ::write(fd_, buf, static_cast<size_t>(len))
+                         : ::read(fd_, buf, static_cast<size_t>(len));
+    return n < 0 ? -1 : static_cast<int>(n);
+}
+
+// Waits for the descriptor to become readable (or writable) with the meaning
+// of select(): hang-up and error conditions count as ready. ppoll is used
+// because select cannot take a descriptor at or above FD_SETSIZE. Returns
+// 1 when ready, -2 on timeout and -1 (logged for `method`) on error.
+int IODevice::waitReady(const char* method, bool forWrite, int timeoutUs) {
+    int err = 0;
+    switch (detail::waitFd(fd_, forWrite, timeoutUs, &err)) {
+        case detail::WAIT_READY:
+            return 1;
+        case detail::WAIT_TIMEOUT:
+            return -2;
+        case detail::WAIT_ERROR:
+            ORVANE_ERROR_IN(method, "select error:%s", strerror(err));
+            return -1;
+        case detail::WAIT_NOT_SET:
+            break;
+    }
+    ORVANE_ERROR_IN(method, "%s", forWrite ? "writefds error" : "readfds error");
+    return -1;
+}
+
+bool IODevice::setFlags(int flags) {
+    int current = 0;
+    if (!getFlags(&current)) return false;
+    if (::fcntl(fd_, F_SETFL, current | flags) == -1) {
+        int err = errno;
+        ORVANE_ERROR("set flags(0x%04x) error: %s!", static_cast<unsigned int>(flags),
+                     strerror(err));
+        return false;
+    }
+    return true;
+}
+
+bool IODevice::getFlags(int* flags) {
+    if (flags == nullptr) return false;
+    int current = ::fcntl(fd_, F_GETFL);
+    if (current == -1) {
+        int err = errno;
+        ORVANE_ERROR("get flags error: %s!", strerror(err));
+        return false;
+    }
+    *flags = current;
+    return true;
+}
+
+bool IODevice::reopen() {
+    close();
+    return open(devName, ioMode);
+}
+
+void IODevice::flush() {
+    if (fd_ > 0) ::fsync(fd_);
+}
+
+long IODevice::getPos() {
+    if (!isOpen()) {
+        ORVANE_ERROR("file(%s) not open!", devName.c_str());
+        return -1;
+    }
+    off_t pos = ::lseek(fd_, 0, SEEK_CUR);
+    return pos < 0 ? -1 : static_cast<long>(pos);
+}
+
+long IODevice::setPos(long pos) {
+    if (!isOpen()) {
+        ORVANE_ERROR("file(%s) not open!", devName.c_str());
+        return -1;
+    }
+    off_t now = ::lseek(fd_, static_cast<off_t>(pos), SEEK_SET);
+    return now < 0 ? -1 : static_cast<long>(now);
+}
+
+bool IODevice::setIOBuffer(unsigned int size) {
+    (void)size;
+    ORVANE_WARN("not implement!");
+    return false;
+}
+
+bool IODevice::setWMBuffer(unsigned int size) {
+    if (isOpen()) {
+        ORVANE_ERROR("cannot set after file is open!");
+        return false;
+    }
+    if (wmSize != 0) {
+        ORVANE_ERROR("mm buffer exists!");
+        return false;
+    }
+    if ((size & 0xFFFu) != 0) {
+        ORVANE_ERROR("size should be 4k aligned!");
+        return false;
+    }
+    wmSize = size;
+    return true;
+}
+
+}  // namespace orvane

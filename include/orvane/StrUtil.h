@@ -24,6 +24,10 @@ class ORVANE_API StrUtil {
     // An empty sep gives s whole.
     static std::vector<std::string> splitString(const std::string& s, const std::string& sep,
                                                 bool dropEmpty);
+    // The first occurrence of the `patternLen`-byte pattern within the `len`
+    // bytes at `data`, or null when it is absent, longer than the data, empty,
+    // or an argument is null or negative.
+    static const char* memString(const char* data, int len, const char* pattern, int patternLen);
 };
 
 }  // namespace orvane

@@ -2,9 +2,11 @@
 
 // The whole public interface of orvane: every public header.
 // clang-format off
+#include <orvane/AnyPacket.h>
 #include <orvane/Application.h>
 #include <orvane/AsyncTaskQueue.h>
 #include <orvane/Coroutine.h>
+#include <orvane/DataBuffer.h>
 #include <orvane/Delayer.h>
 #include <orvane/Directory.h>
 #include <orvane/Event.h>

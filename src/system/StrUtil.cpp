@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 namespace orvane {
 
@@ -67,6 +68,23 @@ std::vector<std::string> StrUtil::splitString(const std::string& s, const std::s
     }
     keep(begin, s.size());
     return pieces;
+}
+
+const char* StrUtil::memString(const char* data, int len, const char* pattern, int patternLen) {
+    if (data == nullptr || pattern == nullptr || len <= 0 || patternLen <= 0) return nullptr;
+    if (patternLen > len) return nullptr;
+    // memchr finds each candidate first byte; the first candidate with too
+    // few bytes left after it ends the search.
+    const char* end = data + len;
+    const char first = pattern[0];
+    const size_t rest = static_cast<size_t>(patternLen - 1);
+    for (const char* p = data; p < end;) {
+        const char* hit = static_cast<const char*>(memchr(p, first, static_cast<size_t>(end - p)));
+        if (hit == nullptr || static_cast<size_t>(end - hit) <= rest) return nullptr;
+        if (memcmp(hit + 1, pattern + 1, rest) == 0) return hit;
+        p = hit + 1;
+    }
+    return nullptr;
 }
 
 }  // namespace orvane

@@ -1,0 +1,138 @@
+#pragma once
+
+#include <orvane/Export.h>
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+namespace orvane {
+
+// Interface of the byte buffers. putData and getData copy bytes in and out
+// and return how many they copied; no buffer ever overwrites unread data.
+// The buffers log nothing.
+class ORVANE_API DataBuffer {
+  public:
+    DataBuffer();
+    virtual ~DataBuffer() = 0;
+
+    virtual bool init(int size) = 0;
+    virtual void clear() = 0;
+    virtual int capacity() = 0;
+    virtual int space() = 0;
+    virtual int size() = 0;
+    virtual int putData(char* data, int len) = 0;
+    virtual int getData(char* buf, int len) = 0;
+
+  protected:
+    std::string className;
+};
+
+// A linear buffer for text protocols: records are located with find() (a
+// line end, a keyword) and taken with getData(). putData is all or nothing
+// and keeps one byte free, so the buffer holds at most capacity - 1 bytes;
+// when a record does not fit behind the last one, the unread bytes are moved
+// to the start first. Draining the buffer rewinds it to the start, so find()
+// offsets count from the start of storage, not from the first unread byte.
+// init allocates once (calloc); a later init replaces the storage.
+// One producer and one consumer thread may share it: every operation but
+// capacity, find and operator[] holds the buffer's mutex; those three are
+// unlocked and belong to the consumer thread.
+class ORVANE_API LineBuffer : public DataBuffer {
+  public:
+    LineBuffer();
+    ~LineBuffer() override;
+    LineBuffer(const LineBuffer&) = delete;
+    LineBuffer& operator=(const LineBuffer&) = delete;
+
+    // Allocates `size` zero bytes; false for a size below 1 or a failed allocation.
+    bool init(int size) override;
+    // Zeroes the storage and rewinds both positions.
+    void clear() override;
+    int capacity() override;
+    int space() override;
+    int size() override;
+    // Stores all `len` bytes and returns len, or stores nothing and returns 0
+    // (no room, null data, len below 1, no storage).
+    int putData(char* data, int len) override;
+    // Takes up to `len` bytes; returns the number taken.
+    int getData(char* buf, int len) override;
+    // Offset from the start of storage of the first occurrence of the
+    // `len`-byte pattern among the unread bytes, or -1.
+    int find(char* pattern, int len);
+    // The byte at `index` from the start of storage; 0 outside the storage.
+    char operator[](int index);
+
+  private:
+    std::mutex lock;
+    char* storage;
+    char* writePos;
+    char* readPos;
+    int capacity_;
+};
+
+// A circular buffer of fixed capacity that can be completely full. putData
+// stores what fits and drops the rest (unread data is never overwritten);
+// getData takes what is there. init allocates once and refuses a second call.
+// One producer and one consumer thread may share it: putData, getData and
+// clear hold the buffer's mutex; init, capacity, size and space do not.
+class ORVANE_API RingBuffer : public DataBuffer {
+  public:
+    RingBuffer();
+    ~RingBuffer() override;
+    RingBuffer(const RingBuffer&) = delete;
+    RingBuffer& operator=(const RingBuffer&) = delete;
+
+    // False when storage exists already, for a size below 1, or when the
+    // allocation fails.
+    bool init(int size) override;
+    // Forgets the unread bytes; capacity and storage stay.
+    void clear() override;
+    int capacity() override;
+    int space() override;
+    int size() override;
+    // Stores min(space, len) bytes and returns that count (0 for len below 1
+    // or null data).
+    int putData(char* data, int len) override;
+    // Takes min(size, len) bytes in order of arrival and returns that count.
+    int getData(char* buf, int len) override;
+
+  protected:
+    std::string className;
+
+  private:
+    uint32_t readIndex;
+    uint32_t writeIndex;
+    uint32_t size_;
+    uint32_t capacity_;
+    char* storage;
+    std::mutex lock;
+};
+
+// Walks a NUL-terminated text section by section. Only the first character
+// of `sep` separates; an empty section (two separators in a row, or a
+// separator first) ends the walk like the end of the text. Stateless: the
+// operations are static and any thread may call them.
+class ORVANE_API Parser {
+  public:
+    Parser();
+
+    // The start of the section at text + *pos (not NUL-terminated; its length
+    // goes to *len) and *pos advanced past it and its separator; null, with
+    // *pos and *len unchanged, at the end of the walk or for null arguments.
+    static const char* parseNextSection(const char* text, unsigned int* pos, const char* sep,
+                                        unsigned int* len);
+    // The next section copied into *out; false (and *out unchanged) at the end.
+    static bool parseNextString(const char* text, unsigned int* pos, const char* sep,
+                                std::string* out);
+    // The next section converted with std::stoi; false at the end. A section
+    // that does not start with a number throws std::invalid_argument, one
+    // outside the int range std::out_of_range: std::stoi's exceptions reach
+    // the caller.
+    static bool parseNextInt(const char* text, unsigned int* pos, const char* sep, int* out);
+
+  protected:
+    std::string className;
+};
+
+}  // namespace orvane

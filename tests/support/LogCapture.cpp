@@ -6,7 +6,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <regex>
+#include <cctype>
 
 namespace orvane {
 namespace test {
@@ -78,12 +78,39 @@ std::string LogCapture::waitLine(const std::string& text, int timeoutMs) {
     return std::string();
 }
 
+namespace {
+
+// Index of the first "YYYY-MM-DD HH:MM:SS" in `line`, or npos.
+size_t findDate(const std::string& line) {
+    static const char shape[] = "dddd-dd-dd dd:dd:dd";
+    const size_t width = sizeof shape - 1;
+    for (size_t at = 0; at + width <= line.size(); ++at) {
+        size_t i = 0;
+        for (; i < width; ++i) {
+            char c = line[at + i];
+            if (shape[i] == 'd' ? !isdigit(static_cast<unsigned char>(c)) : c != shape[i]) break;
+        }
+        if (i == width) return at;
+    }
+    return std::string::npos;
+}
+
+}  // namespace
+
 std::string LogCapture::normalise(const std::string& line) {
-    static const std::regex date(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})");
-    static const std::regex number(R"(,L\d+\])");
-    std::string out =
-        std::regex_replace(line, date, "DATE", std::regex_constants::format_first_only);
-    return std::regex_replace(out, number, ",L#]", std::regex_constants::format_first_only);
+    std::string out = line;
+    size_t date = findDate(out);
+    if (date != std::string::npos) out.replace(date, 19, "DATE");
+    // The first ",L<digits>]" becomes ",L#]".
+    for (size_t at = out.find(",L"); at != std::string::npos; at = out.find(",L", at + 1)) {
+        size_t end = at + 2;
+        while (end < out.size() && isdigit(static_cast<unsigned char>(out[end]))) ++end;
+        if (end > at + 2 && end < out.size() && out[end] == ']') {
+            out.replace(at, end - at + 1, ",L#]");
+            break;
+        }
+    }
+    return out;
 }
 
 std::string tempPath(const std::string& stem) {

@@ -18,22 +18,23 @@ namespace {
 
 using test::eventually;
 
-// A task body that blocks until the gate opens, counting who is inside.
+// Task bodies that block until the gate opens, noting how many are inside,
+// the task names and the worker (task id, kernel name) that ran each.
 struct Gate {
     std::atomic<bool> open{false};
-    std::atomic<int> inside{0};
-    std::atomic<int> done{0};
+    std::atomic<int> inside{0}, done{0};
     std::mutex mutex;
     std::vector<std::string> names;
+    std::set<std::pair<int, std::string>> workers;
 
     AsyncTaskQueue::Task task() {
         return [this](const std::string& name) {
             ++inside;
             while (!open) Thread::msleep(1);
-            {
-                std::lock_guard<std::mutex> lock(mutex);
-                names.push_back(name);
-            }
+            int self = System::getTaskId();
+            std::lock_guard<std::mutex> lock(mutex);
+            names.push_back(name);
+            workers.emplace(self, test::threadName(self));
             ++done;
         };
     }
@@ -46,8 +47,8 @@ size_t threadsNamed(const std::string& prefix) {
     }));
 }
 
-TEST(AsyncTaskQueue, CountsWaitingAndRunningTasksUntilTheyFinish) {
-    AsyncTaskQueue queue("counting");
+TEST(AsyncTaskQueue, CountsTasksAndIdleWorkersAndNamesUnnamedWorkers) {
+    AsyncTaskQueue queue("");
     EXPECT_EQ(queue.idles(), 0);  // no workers yet
     ASSERT_TRUE(queue.init(2, SchedParam()));
     EXPECT_EQ(queue.idles(), 2);
@@ -56,30 +57,32 @@ TEST(AsyncTaskQueue, CountsWaitingAndRunningTasksUntilTheyFinish) {
     EXPECT_EQ(queue.size(), 5);
     EXPECT_EQ(queue.idles(), 0);
     ASSERT_TRUE(eventually([&] { return gate.inside == 2; }));
-    EXPECT_EQ(queue.size(), 5);
+    EXPECT_EQ(queue.size(), 5);  // running tasks still count
 
     gate.open = true;
     ASSERT_TRUE(eventually([&] { return gate.done == 5 && queue.size() == 0; }));
     EXPECT_EQ(queue.idles(), 2);
-    // Each task received its own name; FIFO order up to which worker finished first.
     std::sort(gate.names.begin(), gate.names.end());
     EXPECT_EQ(gate.names, (std::vector<std::string>{"task0", "task1", "task2", "task3", "task4"}));
+    ASSERT_EQ(gate.workers.size(), 2u);
+    for (auto& worker : gate.workers) {
+        // The kernel keeps 15 characters of "ATaskQueue_<task id>".
+        EXPECT_EQ(worker.second, StrUtil::format("ATaskQueue_%d", worker.first).substr(0, 15));
+    }
 }
 
 TEST(AsyncTaskQueue, RefusesWorkerNumbersBelowOneAndStartsWorkersOnce) {
     auto& capture = test::LogCapture::fresh();
     AsyncTaskQueue queue("refusing");
-    EXPECT_FALSE(queue.init(0, SchedParam()));
-    EXPECT_EQ(capture.waitLine("invalid worker nums: 0"),
-              "<E>DATE [AsyncTaskQueue::init,L#] invalid worker nums: 0");
-    EXPECT_FALSE(queue.init(-3, SchedParam()));
-    EXPECT_EQ(capture.waitLine("invalid worker nums: -3"),
-              "<E>DATE [AsyncTaskQueue::init,L#] invalid worker nums: -3");
-    // Not running: tasks are dropped without a word.
+    for (int bad : {0, -3}) {
+        EXPECT_FALSE(queue.init(bad, SchedParam()));
+        EXPECT_EQ(
+            capture.waitLine(StrUtil::format("invalid worker nums: %d", bad)),
+            StrUtil::format("<E>DATE [AsyncTaskQueue::init,L#] invalid worker nums: %d", bad));
+    }
     std::atomic<int> ran{0};
-    queue.putTask([&](const std::string&) { ++ran; }, "dropped");
+    queue.putTask([&](const std::string&) { ++ran; }, "dropped");  // not running: dropped
     EXPECT_EQ(queue.size(), 0);
-
     ASSERT_TRUE(queue.init(1, SchedParam()));
     EXPECT_TRUE(queue.init(3, SchedParam()));
     EXPECT_EQ(queue.idles(), 1);
@@ -87,53 +90,6 @@ TEST(AsyncTaskQueue, RefusesWorkerNumbersBelowOneAndStartsWorkersOnce) {
     Thread::msleep(20);
     EXPECT_EQ(threadsNamed("refusing_"), 1u);
     EXPECT_EQ(ran, 0);
-}
-
-TEST(AsyncTaskQueue, NamesAnUnnamedQueueAndItsWorkers) {
-    AsyncTaskQueue queue("");
-    ASSERT_TRUE(queue.init(2, SchedParam()));
-    std::mutex mutex;
-    std::set<std::pair<int, std::string>> seen;  // task id, kernel name
-    std::atomic<int> ran{0};
-    Gate gate;
-    // Two blocking tasks so that both workers take one.
-    for (int i = 0; i < 2; ++i) {
-        queue.putTask(
-            [&](const std::string& name) {
-                int taskId = System::getTaskId();
-                {
-                    std::lock_guard<std::mutex> lock(mutex);
-                    seen.emplace(taskId, test::threadName(taskId));
-                }
-                gate.task()(name);
-                ++ran;
-            },
-            "probe");
-    }
-    ASSERT_TRUE(eventually([&] { return gate.inside == 2; }));
-    gate.open = true;
-    ASSERT_TRUE(eventually([&] { return ran == 2; }));
-    ASSERT_EQ(seen.size(), 2u);
-    for (auto& entry : seen) {
-        // The kernel keeps 15 characters of "ATaskQueue_<task id>".
-        EXPECT_EQ(entry.second, StrUtil::format("ATaskQueue_%d", entry.first).substr(0, 15));
-    }
-}
-
-TEST(AsyncTaskQueue, KeepsCountingTasksWithoutAFunctionUntilCleared) {
-    AsyncTaskQueue queue("empties");
-    ASSERT_TRUE(queue.init(1, SchedParam()));
-    queue.putTask(nullptr, "no function");
-    std::atomic<bool> ran{false};
-    queue.putTask([&](const std::string&) { ran = true; }, "after it");
-    ASSERT_TRUE(eventually([&] { return ran.load() && queue.size() == 1; }));
-    EXPECT_EQ(queue.idles(), 0);
-    queue.clear();
-    EXPECT_EQ(queue.size(), 0);
-    EXPECT_EQ(queue.idles(), 1);
-    auto none = queue.getTask();  // waits 10 ms and gives up
-    EXPECT_TRUE(none.first.empty());
-    EXPECT_FALSE(none.second);
 }
 
 TEST(AsyncTaskQueue, DestructionDiscardsWaitingTasksAfterTheRunningOneEnds) {
@@ -144,7 +100,6 @@ TEST(AsyncTaskQueue, DestructionDiscardsWaitingTasksAfterTheRunningOneEnds) {
     queue->putTask(gate.task(), "running");
     for (int i = 0; i < 3; ++i) queue->putTask([&](const std::string&) { ++later; }, "waiting");
     ASSERT_TRUE(eventually([&] { return gate.inside == 1; }));
-
     std::atomic<bool> destroyed{false};
     std::thread destroyer([&] {
         queue.reset();

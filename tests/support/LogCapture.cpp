@@ -78,6 +78,26 @@ std::string LogCapture::waitLine(const std::string& text, int timeoutMs) {
     return std::string();
 }
 
+std::vector<std::string> LogCapture::linesDuring(const std::function<void()>& action) {
+    static std::atomic<int> serial{0};
+    std::string id = std::to_string(++serial);
+    std::string begin = "[capture " + id + " begin]", end = "[capture " + id + " end]";
+    Tracer::getInstance().print(3, "<E>%s", begin.c_str());
+    waitFor(begin);
+    action();
+    Tracer::getInstance().print(3, "<E>%s", end.c_str());
+    waitFor(end);
+    std::lock_guard<std::mutex> lock(mutex);
+    std::vector<std::string> found;
+    bool inside = false;
+    for (auto& entry : captured) {
+        if (entry.second.find(end) != std::string::npos) break;
+        if (inside) found.push_back(normalise(entry.second));
+        if (entry.second.find(begin) != std::string::npos) inside = true;
+    }
+    return found;
+}
+
 namespace {
 
 // Index of the first "YYYY-MM-DD HH:MM:SS" in `line`, or npos.

@@ -3,6 +3,7 @@
 #include <orvane/TracerSink.h>
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -34,6 +35,10 @@ class LogCapture : public TracerSink {
     // Waits for the first line containing `text` and returns it normalised
     // (see normalise), or "" on timeout.
     std::string waitLine(const std::string& text, int timeoutMs = 3000);
+    // Runs `action` and returns, normalised and in order, the lines logged
+    // while it ran (by any thread). Marker lines logged before and after it
+    // bound the range, as the Tracer delivers lines in order.
+    std::vector<std::string> linesDuring(const std::function<void()>& action);
 
     // A line with its date-time replaced by "DATE" and its ",L<n>]" by ",L#]",
     // so tests compare whole lines without depending on clock or line numbers.

@@ -31,7 +31,7 @@ TEST(Delayer, ResetAndArmingAgainRestartTheCountdown) {
     sleepMs(400);
     EXPECT_TRUE(resetting.reset());
     EXPECT_TRUE(rearmed.start(1, std::ref(kept)));
-    ASSERT_TRUE(waitUntil([&] { return reset.calls + kept.calls == 2; }, 3000));
+    ASSERT_TRUE(eventually([&] { return reset.calls + kept.calls == 2; }, 3000));
     EXPECT_GE(std::min(reset.atMs.load(), kept.atMs.load()), 1390);  // 0.4 s + a fresh 1 s
     EXPECT_LT(std::max(reset.atMs.load(), kept.atMs.load()), 2100);
     EXPECT_EQ(replaced.calls, 0);
@@ -40,7 +40,7 @@ TEST(Delayer, ResetAndArmingAgainRestartTheCountdown) {
 TEST(Delayer, StopAndDestructionFireAWaitingFunctionAtOnce) {
     auto& capture = LogCapture::get();
     capture.clear();  // counted below
-    long threads = countTasks();
+    size_t threads = threadCount();
     Shot stopped{30}, destroyed, after;
     Delayer delayer;
     EXPECT_TRUE(delayer.start(60, std::ref(stopped)));
@@ -64,7 +64,7 @@ TEST(Delayer, StopAndDestructionFireAWaitingFunctionAtOnce) {
     EXPECT_TRUE(delayer.stop());
     EXPECT_EQ(after.calls, 1);
     EXPECT_EQ(capture.matching("stop delayer error").size(), 1u);
-    EXPECT_TRUE(waitUntil([&] { return countTasks() == threads; }));
+    EXPECT_TRUE(eventually([&] { return threadCount() == threads; }));
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <chrono>
-#include <filesystem>
-#include <functional>
-#include <iterator>
 #include <thread>
+
+#include "support/Eventually.h"
+#include "support/ProcTasks.h"
 
 namespace orvane::test {
 
@@ -15,21 +15,5 @@ inline double msSince(Clock::time_point start) {
 }
 
 inline void sleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-// Polls `done` every millisecond; false when it still fails after timeoutMs.
-inline bool waitUntil(const std::function<bool()>& done, int timeoutMs = 2000) {
-    auto start = Clock::now();
-    while (!done()) {
-        if (msSince(start) > timeoutMs) return false;
-        sleepMs(1);
-    }
-    return true;
-}
-
-// The number of this process's threads.
-inline long countTasks() {
-    using std::filesystem::directory_iterator;
-    return std::distance(directory_iterator("/proc/self/task"), directory_iterator());
-}
 
 }  // namespace orvane::test

@@ -23,7 +23,7 @@ struct Answering : EventListener {
 
 TEST(EventDispatcher, FirstAnswerWinsAndTheTimeoutBoundsOnlyTheAnswer) {
     auto& capture = LogCapture::get();
-    long threads = countTasks();
+    size_t threads = threadCount();
     EventDispatcher dispatcher;
     Answering passes(-1), five(5), seven(7), slow(3, 150);
     EXPECT_FALSE(dispatcher.addListener(nullptr));
@@ -40,7 +40,7 @@ TEST(EventDispatcher, FirstAnswerWinsAndTheTimeoutBoundsOnlyTheAnswer) {
     EXPECT_LT(msSince(start), 1000);
     EXPECT_EQ(capture.waitLine("send event timeout"),
               "<E>DATE [EventDispatcher::dispatchEvent,L#] send event timeout: 30 ms!");
-    EXPECT_TRUE(waitUntil([&] { return countTasks() == threads; }));
+    EXPECT_TRUE(eventually([&] { return threadCount() == threads; }));
 }
 
 TEST(EventNotifier, WaiterSeesAPostWithinOneSliceAndKeepsItUntilCleared) {

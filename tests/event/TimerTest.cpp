@@ -21,7 +21,7 @@ struct Recorder : TimerListener {
     }
     // Waits for n firings; firing k (from 1) came no earlier than k periods after creation.
     void expectFirings(int n, double periodMs) {
-        ASSERT_TRUE(waitUntil([&] { return count >= n; }));
+        ASSERT_TRUE(eventually([&] { return count >= n; }));
         int seen = count;
         EXPECT_GE(lastMs, seen * periodMs - 0.5);  // lastMs is of firing `seen` or later
     }
@@ -70,7 +70,7 @@ TEST(RTimer, RejectsBadParametersWithItsParamErrorLine) {
 // thread or descriptor behind.
 TEST(RTimerAndHRTimer, FirePeriodicallyAndOnceForOneShot) {
     LogCapture::get();
-    long threads = countTasks();
+    size_t threads = threadCount();
     int fds = openFdCount();
     {
         Recorder real(7), high(3);
@@ -91,13 +91,13 @@ TEST(RTimerAndHRTimer, FirePeriodicallyAndOnceForOneShot) {
         EXPECT_EQ(real.count + high.count, r + h);  // stopped for good
 
         ASSERT_TRUE(rTimer.start(5, false) && hrTimer.start(5, false));
-        ASSERT_TRUE(waitUntil([&] { return real.count > r && high.count > h; }));
+        ASSERT_TRUE(eventually([&] { return real.count > r && high.count > h; }));
         sleepMs(30);
         EXPECT_EQ(real.count + high.count, r + h + 2);  // one call each
         ASSERT_TRUE(rTimer.start(1, true));
         ASSERT_TRUE(manager.start() && manager.registerTimer(every, [&] { real.onTimer(7); }));
     }
-    EXPECT_TRUE(waitUntil([&] { return countTasks() == threads; }));
+    EXPECT_TRUE(eventually([&] { return threadCount() == threads; }));
     EXPECT_EQ(openFdCount(), fds);
 }
 

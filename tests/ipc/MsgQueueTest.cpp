@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 #include <orvane/Directory.h>
 #include <orvane/MsgQueue.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,6 +12,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/LogCapture.h"
+#include "support/PrivateMount.h"
 
 namespace orvane {
 namespace {
@@ -97,12 +96,9 @@ TEST_F(MsgQueueTest, CarriesRecordsBetweenParentAndChildAcrossFork) {
     EXPECT_TRUE(holds(got, 2, "from child"));
 }
 
-// Run in a fresh process with a private mount namespace whose /dev is an
-// empty tmpfs.
+// Run in a fresh process whose /dev is hidden by an empty tmpfs.
 void mountOnDemand() {
-    bool ok = ::unshare(CLONE_NEWNS) == 0 &&
-              ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-              ::mount("tmpfs", "/dev", "tmpfs", 0, "size=64k") == 0;
+    bool ok = test::hideDirectory("/dev");
     MsgQueue queue(1);
     ok = ok && queue.initialize() && queue.sendMsg(record(1, "mounted")) == 0;
     std::ifstream mounts("/proc/self/mounts");
@@ -113,7 +109,7 @@ void mountOnDemand() {
 }
 
 TEST(MsgQueue, MountsTheQueueFileSystemWhenItsDirectoryIsMissing) {
-    if (::geteuid() != 0 || !test::succeedsInChild([] { return ::unshare(CLONE_NEWNS) == 0; }))
+    if (::geteuid() != 0 || !test::canHideDirectory("/dev"))
         GTEST_SKIP() << "mounting needs root and a private mount namespace";
     EXPECT_EXIT(mountOnDemand(), ::testing::ExitedWithCode(0), "mounted on demand");
 }

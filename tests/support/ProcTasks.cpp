@@ -15,17 +15,29 @@ std::string threadName(int taskId) {
     return name;
 }
 
-std::vector<std::string> threadNames() {
-    std::vector<std::string> names;
+namespace {
+
+// The task ids of this process's threads.
+std::vector<int> taskIds() {
+    std::vector<int> ids;
     DIR* dir = opendir("/proc/self/task");
-    if (dir == nullptr) return names;
+    if (dir == nullptr) return ids;
     while (dirent* entry = readdir(dir)) {
-        if (entry->d_name[0] == '.') continue;
-        names.push_back(threadName(atoi(entry->d_name)));
+        if (entry->d_name[0] != '.') ids.push_back(atoi(entry->d_name));
     }
     closedir(dir);
+    return ids;
+}
+
+}  // namespace
+
+std::vector<std::string> threadNames() {
+    std::vector<std::string> names;
+    for (int id : taskIds()) names.push_back(threadName(id));
     return names;
 }
+
+size_t threadCount() { return taskIds().size(); }
 
 }  // namespace test
 }  // namespace orvane

@@ -11,6 +11,8 @@ namespace test {
 std::string threadName(int taskId);
 // The kernel names of all threads of this process.
 std::vector<std::string> threadNames();
+// The number of threads of this process.
+size_t threadCount();
 
 }  // namespace test
 }  // namespace orvane

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "support/LogCapture.h"
-#include "system/PrivateMount.h"
+#include "support/PrivateMount.h"
 #include "system/SysStatLines.h"
 
 namespace orvane {

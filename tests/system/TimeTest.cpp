@@ -11,7 +11,7 @@
 #include <tuple>
 
 #include "support/LogCapture.h"
-#include "system/PrivateMount.h"
+#include "support/PrivateMount.h"
 
 namespace orvane {
 namespace {

@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
+
+#include "support/ChildProcess.h"
 
 namespace orvane {
 namespace test {
@@ -24,11 +25,7 @@ inline bool hideDirectory(const char* dir) {
 
 // Whether hideDirectory works on this machine, tried in a throw-away child.
 inline bool canHideDirectory(const char* dir) {
-    pid_t child = fork();
-    if (child == 0) _exit(hideDirectory(dir) ? 0 : 1);
-    int status = 0;
-    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) &&
-           WEXITSTATUS(status) == 0;
+    return succeedsInChild([dir] { return hideDirectory(dir); });
 }
 
 // Ends a death-test child: gtest keeps the child's failures to itself, so

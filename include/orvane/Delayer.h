@@ -23,7 +23,8 @@ namespace orvane {
 // exception. An empty function counts as one that throws.
 // start and stop belong to one controlling thread; reset may come from any
 // thread. The function must not call stop() on its own delayer; it may call
-// start() to arm it again.
+// start() to arm it again, except while stop() or the destructor is firing
+// it: that start() is refused (false), so a stopped delayer stays stopped.
 class ORVANE_API Delayer {
   public:
     Delayer();
@@ -31,7 +32,8 @@ class ORVANE_API Delayer {
     Delayer(const Delayer&) = delete;
     Delayer& operator=(const Delayer&) = delete;
 
-    // True when armed; false (logged) when the background task cannot start.
+    // True when armed; false (logged) when the background task cannot start,
+    // and false without a line when called from the function during stop().
     bool start(unsigned int delaySeconds, std::function<void()> function);
     // True when a waiting countdown was restarted; false when idle.
     bool reset();
@@ -49,6 +51,8 @@ class ORVANE_API Delayer {
     std::atomic<bool> running;
     // Set when the function threw: the task has ended although running is set.
     std::atomic<bool> failed;
+    // Set while stop() collects the task, whose function may call start().
+    std::atomic<bool> stopping;
     std::future<void> task;
     std::mutex mutex;
     Time start_;

@@ -62,6 +62,8 @@ class ORVANE_API Poller {
   private:
     // The epoll mask for a PollEvent type; 0 for an invalid type.
     unsigned int maskOf(int type) const;
+    // One epoll_ctl of `op` for `event`; the mutex is held.
+    bool control(int op, const PollEvent& event);
 
     int epollFd;
     int capacity;

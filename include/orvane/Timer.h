@@ -41,7 +41,7 @@ class ORVANE_API Timer {
     // True when the timer fired now (the callback, if any, was called) or
     // had fired before; false while the period runs. A late periodic timer
     // moves its start back by its lateness, unless a whole period late.
-    bool checkTimeout(std::function<void()> callback);
+    bool checkTimeout(const std::function<void()>& callback);
 
   protected:
     std::string className;

@@ -34,7 +34,6 @@ bool FSMachine::addListener(std::shared_ptr<FSListener> listener) {
 }
 
 bool FSMachine::processState() {
-    if (handlers.empty()) return false;
     auto found = handlers.find(state.load());
     if (found == handlers.end()) return false;
     int next = found->second();

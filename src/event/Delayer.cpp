@@ -9,13 +9,21 @@
 namespace orvane {
 
 Delayer::Delayer()
-    : className("Delayer"), running(false), failed(false), delaySeconds(0), armed(0) {}
+    : className("Delayer"),
+      running(false),
+      failed(false),
+      stopping(false),
+      delaySeconds(0),
+      armed(0) {}
 
 Delayer::~Delayer() { stop(); }
 
 bool Delayer::start(unsigned int seconds, std::function<void()> function) {
     {
         std::lock_guard<std::mutex> lock(mutex);
+        // From the function while stop() waits for it: launching a new task
+        // here would replace the future stop() is collecting.
+        if (stopping) return false;
         delaySeconds = seconds;
         start_ = Time::fromMono();
         callback = std::move(function);
@@ -86,13 +94,16 @@ bool Delayer::stop() {
     if (!running) return true;
     running = false;
     if (!task.valid()) return true;
+    stopping = true;
+    bool ok = true;
     try {
         task.get();
     } catch (const std::exception& e) {
         ORVANE_ERROR("stop delayer error: %s", e.what());
-        return false;
+        ok = false;
     }
-    return true;
+    stopping = false;
+    return ok;
 }
 
 }  // namespace orvane

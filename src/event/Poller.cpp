@@ -17,9 +17,13 @@ bool Poller::open(int maxEvents, bool edge) {
     if (maxEvents < 1) return false;
     epollFd = epoll_create1(EPOLL_CLOEXEC);
     if (epollFd < 0) return false;
-    // A failed allocation keeps the epoll descriptor; close() releases it.
     readyBuffer.reset(new (std::nothrow) epoll_event[static_cast<size_t>(maxEvents)]());
-    if (!readyBuffer) return false;
+    if (!readyBuffer) {
+        // Not left half-open: a later open() tries again.
+        ::close(epollFd);
+        epollFd = -1;
+        return false;
+    }
     edgeTriggered = edge;
     capacity = maxEvents;
     return true;
@@ -45,15 +49,19 @@ unsigned int Poller::maskOf(int type) const {
     return mask;
 }
 
-bool Poller::addEvent(const PollEvent& event) {
-    std::lock_guard<std::mutex> lock(mutex);
-    if (epollFd < 0 || registered >= capacity || event.fd < 0) return false;
+bool Poller::control(int op, const PollEvent& event) {
     unsigned int mask = maskOf(event.type);
     if (mask == 0) return false;
     epoll_event record{};
     record.events = mask;
     record.data.fd = event.fd;
-    if (epoll_ctl(epollFd, EPOLL_CTL_ADD, event.fd, &record) != 0) return false;
+    return epoll_ctl(epollFd, op, event.fd, &record) == 0;
+}
+
+bool Poller::addEvent(const PollEvent& event) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (epollFd < 0 || registered >= capacity || event.fd < 0) return false;
+    if (!control(EPOLL_CTL_ADD, event)) return false;
     ++registered;
     return true;
 }
@@ -61,12 +69,7 @@ bool Poller::addEvent(const PollEvent& event) {
 bool Poller::removeEvent(const PollEvent& event) {
     std::lock_guard<std::mutex> lock(mutex);
     if (epollFd < 0 || registered == 0) return false;
-    unsigned int mask = maskOf(event.type);
-    if (mask == 0) return false;
-    epoll_event record{};
-    record.events = mask;
-    record.data.fd = event.fd;
-    if (epoll_ctl(epollFd, EPOLL_CTL_DEL, event.fd, &record) != 0) return false;
+    if (!control(EPOLL_CTL_DEL, event)) return false;
     --registered;
     return true;
 }
@@ -74,7 +77,7 @@ bool Poller::removeEvent(const PollEvent& event) {
 std::vector<std::shared_ptr<PollEvent>> Poller::waitEvent(int timeoutUs) {
     std::vector<std::shared_ptr<PollEvent>> ready;
     std::lock_guard<std::mutex> lock(mutex);
-    if (epollFd < 0 || !readyBuffer) return ready;
+    if (epollFd < 0) return ready;
     // Truncates toward zero: -999 .. 999 us poll without blocking.
     int count = epoll_wait(epollFd, readyBuffer.get(), capacity, timeoutUs / 1000);
     if (count <= 0) return ready;

@@ -37,7 +37,7 @@ void Timer::reset(int periodMs, bool repeatTimer) {
     start = Time::fromMono();
 }
 
-bool Timer::checkTimeout(std::function<void()> callback) {
+bool Timer::checkTimeout(const std::function<void()>& callback) {
     if (done) return true;
     Time now = Time::fromMono();
     int64_t elapsed = (now - start).toMicroSec();
@@ -81,7 +81,6 @@ void TimerManager::run(const Thread& runner) {
         {
             std::lock_guard<std::mutex> lock(mutex);
             for (auto& entry : timers) {
-                // checkTimeout gets its own copy of the callback.
                 if (entry.first->checkTimeout(entry.second)) entry.first->reset(0, false);
             }
         }
@@ -166,7 +165,6 @@ HRTimer::HRTimer(TimerListener* timerListener, int timerId)
 
 HRTimer::~HRTimer() {
     stop();
-    poller.close();
     if (timerFd >= 0) close(timerFd);
 }
 
@@ -195,10 +193,9 @@ bool HRTimer::start(int periodMs, bool repeatTimer) {
 }
 
 bool HRTimer::arm(int periodMs, bool repeatTimer) {
-    Time period(static_cast<long>(periodMs / 1000), static_cast<long>(periodMs % 1000) * 1000);
     itimerspec setting{};
-    setting.it_value.tv_sec = static_cast<time_t>(period.sec());
-    setting.it_value.tv_nsec = static_cast<long>(period.usec() * 1000);
+    setting.it_value.tv_sec = static_cast<time_t>(periodMs / 1000);
+    setting.it_value.tv_nsec = static_cast<long>(periodMs % 1000) * 1000000;
     if (repeatTimer) setting.it_interval = setting.it_value;
     return timerfd_settime(timerFd, 0, &setting, nullptr) == 0;
 }

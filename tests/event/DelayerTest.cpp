@@ -54,6 +54,13 @@ TEST(Delayer, StopAndDestructionFireAWaitingFunctionAtOnce) {
     EXPECT_EQ(destroyed.calls, 1);
     EXPECT_LT(destroyed.atMs, 500);  // both at once, not after a minute
 
+    // A function fired by stop() cannot arm its delayer again: it stays stopped.
+    std::atomic<int> rearmed{-1};
+    delayer.start(60, [&] { rearmed = delayer.start(60, [] {}) ? 1 : 0; });
+    EXPECT_TRUE(delayer.stop());
+    EXPECT_EQ(rearmed, 0);
+    EXPECT_TRUE(delayer.stop());  // idle
+
     // A function that throws (an empty one does) is reported once, by the
     // next stop or start; the delayer then works on.
     delayer.start(0, nullptr);

@@ -78,7 +78,6 @@ class ORVANE_API IODevice {
   private:
     int transfer(const char* method, const char* paramText, char* buf, int len, bool forWrite,
                  bool wait, int timeoutUs);
-    int waitReady(const char* method, bool forWrite, int timeoutUs);
 };
 
 }  // namespace orvane

@@ -220,19 +220,9 @@ int SerialPort::exchange(char* in, const char* out, int len, int timeoutUs, cons
         ORVANE_ERROR_IN(method, "parameter error.");
         return -1;
     }
-    int err = 0;
-    switch (detail::waitFd(fd_, out != nullptr, timeoutUs, &err)) {
-        case detail::WAIT_TIMEOUT:
-            return -2;
-        case detail::WAIT_ERROR:
-            ORVANE_ERROR_IN(method, "select error:%s", strerror(err));
-            return -1;
-        case detail::WAIT_NOT_SET:
-            ORVANE_ERROR_IN(method, "fd is not set.");
-            return -1;
-        case detail::WAIT_READY:
-            break;
-    }
+    int ready =
+        detail::awaitFd(className, method, fd_, out != nullptr, timeoutUs, "fd is not set.");
+    if (ready < 0) return ready;
     ssize_t n = out != nullptr ? ::write(fd_, out, static_cast<size_t>(len))
                                : ::read(fd_, in, static_cast<size_t>(len));
     return static_cast<int>(n);

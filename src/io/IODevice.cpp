@@ -97,33 +97,13 @@ int IODevice::transfer(const char* method, const char* paramText, char* buf, int
         return -1;
     }
     if (wait) {
-        int ready = waitReady(method, forWrite, timeoutUs);
+        int ready = detail::awaitFd(className, method, fd_, forWrite, timeoutUs,
+                                    forWrite ? "writefds error" : "readfds error");
         if (ready < 0) return ready;
     }
     ssize_t n = forWrite ? ::write(fd_, buf, static_cast<size_t>(len))
                          : ::read(fd_, buf, static_cast<size_t>(len));
     return n < 0 ? -1 : static_cast<int>(n);
-}
-
-// Waits for the descriptor to become readable (or writable) with the meaning
-// of select(): hang-up and error conditions count as ready. ppoll is used
-// because select cannot take a descriptor at or above FD_SETSIZE. Returns
-// 1 when ready, -2 on timeout and -1 (logged for `method`) on error.
-int IODevice::waitReady(const char* method, bool forWrite, int timeoutUs) {
-    int err = 0;
-    switch (detail::waitFd(fd_, forWrite, timeoutUs, &err)) {
-        case detail::WAIT_READY:
-            return 1;
-        case detail::WAIT_TIMEOUT:
-            return -2;
-        case detail::WAIT_ERROR:
-            ORVANE_ERROR_IN(method, "select error:%s", strerror(err));
-            return -1;
-        case detail::WAIT_NOT_SET:
-            break;
-    }
-    ORVANE_ERROR_IN(method, "%s", forWrite ? "writefds error" : "readfds error");
-    return -1;
 }
 
 bool IODevice::setFlags(int flags) {

@@ -42,21 +42,12 @@ bool localAddress(const std::string& path, sockaddr_un* address) {
 // The writability wait after a blocking connect, with the lines both stream
 // sockets use; `timeoutText` is logged when the 5 s run out (nullptr: silent).
 bool awaitConnected(const std::string& className, int fd, const char* timeoutText) {
-    int err = 0;
-    switch (detail::waitFd(fd, true, 5000000, &err)) {
-        case detail::WAIT_READY:
-            return true;
-        case detail::WAIT_TIMEOUT:
-            if (timeoutText != nullptr) ORVANE_ERROR_IN("setConnection", "%s", timeoutText);
-            return false;
-        case detail::WAIT_ERROR:
-            ORVANE_ERROR_IN("setConnection", "select error:%s.", strerror(err));
-            return false;
-        case detail::WAIT_NOT_SET:
-            break;
+    int ready =
+        detail::awaitFd(className, "setConnection", fd, true, 5000000, "socket fd error.", ".");
+    if (ready == -2 && timeoutText != nullptr) {
+        ORVANE_ERROR_IN("setConnection", "%s", timeoutText);
     }
-    ORVANE_ERROR_IN("setConnection", "socket fd error.");
-    return false;
+    return ready == 1;
 }
 
 // accept() for both stream sockets: the new descriptor goes to `client`
@@ -182,7 +173,7 @@ int receive(const std::string& className, int fd, char* buf, int len, int timeou
     const char* method = peek ? "peekData" : "recvData";
     const char* verb = peek ? "peek" : "read";
     if (!detail::checkTransfer(className, method, buf, len, fd)) return -1;
-    int ready = detail::awaitFd(className, method, fd, false, timeoutUs, false);
+    int ready = detail::awaitFd(className, method, fd, false, timeoutUs, "readfds error");
     if (ready < 1) return ready;
     ssize_t n = recv(fd, buf, static_cast<size_t>(len), peek ? MSG_PEEK : 0);
     if (n >= 0) return static_cast<int>(n);
@@ -207,7 +198,7 @@ int Socket::recvData(char* buf, int len, int timeoutUs) {
 
 int Socket::sendData(const char* data, int len, int timeoutUs) {
     if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
-    int ready = detail::awaitFd(className, __func__, fd_, true, timeoutUs, false);
+    int ready = detail::awaitFd(className, __func__, fd_, true, timeoutUs, "writefds error");
     if (ready < 1) return ready;
     detail::ignoreSigpipe();
     ssize_t n = send(fd_, data, static_cast<size_t>(len), 0);
@@ -430,7 +421,7 @@ int UdpSocket::readData(char* buf, int len) {
 
 int UdpSocket::recvData(char* buf, int len, int timeoutUs) {
     if (!detail::checkTransfer(className, __func__, buf, len, fd_)) return -1;
-    int ready = detail::awaitFd(className, __func__, fd_, false, timeoutUs, true);
+    int ready = detail::awaitFd(className, __func__, fd_, false, timeoutUs, "readfds error.");
     if (ready < 1) return ready;
     return receiveFrom(buf, len, MSG_DONTWAIT, __func__);
 }
@@ -465,7 +456,7 @@ int UdpSocket::sendData(const char* data, int len, int timeoutUs) {
         return -1;
     }
     if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
-    int ready = detail::awaitFd(className, __func__, fd_, true, timeoutUs, true);
+    int ready = detail::awaitFd(className, __func__, fd_, true, timeoutUs, "writefds error.", ".");
     if (ready < 1) return ready;
     return sendTo(data, len, __func__);
 }

@@ -104,7 +104,7 @@ int SocketCAN::recvData(char* buf, int len, int timeoutUs) {
         ORVANE_ERROR("socket not open.");
         return -1;
     }
-    int ready = detail::awaitFd(className, __func__, fd_, false, timeoutUs, false);
+    int ready = detail::awaitFd(className, __func__, fd_, false, timeoutUs, "readfds error");
     if (ready < 1) return ready;
     ssize_t n = read(fd_, buf, kFrameBytes);
     if (n >= 0) return static_cast<int>(n);
@@ -119,7 +119,7 @@ int SocketCAN::recvData(char* buf, int len, int timeoutUs) {
 
 int SocketCAN::sendData(const char* data, int len, int timeoutUs) {
     if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
-    int ready = detail::awaitFd(className, __func__, fd_, true, timeoutUs, false);
+    int ready = detail::awaitFd(className, __func__, fd_, true, timeoutUs, "writefds error");
     if (ready < 1) return ready;
     detail::ignoreSigpipe();
     ssize_t n = write(fd_, data, static_cast<size_t>(len));

@@ -16,12 +16,6 @@ namespace detail {
 bool checkTransfer(const std::string& className, const char* method, const void* buf, int len,
                    int fd);
 
-// waitFd with the failure lines of a data call: "select error:%s" and
-// "readfds error" / "writefds error", each with a final full stop when
-// `fullStop` is set. Returns 1 when ready, -2 on timeout, -1 on an error.
-int awaitFd(const std::string& className, const char* method, int fd, bool forWrite, int timeoutUs,
-            bool fullStop);
-
 // Sets SIGPIPE to ignored for the whole process; done before every send.
 void ignoreSigpipe();
 

@@ -85,7 +85,6 @@ class ORVANE_API MemPool {
     std::string className;
     int blockCount;
     int blockSize;
-    void* base;
     std::vector<MemBlock> blocks;
     std::mutex mutex;
 

@@ -2,12 +2,12 @@
 #include <linux/serial.h>
 #include <orvane/SerialPort.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "device/SerialTermios.h"
 #include "io/WaitFd.h"
 #include "log/LogLine.h"
 
@@ -47,19 +47,12 @@ constexpr unsigned long kRs485DirRequest = 16;
 // Flow control 2 writes the numeric value of IXON | IXANY | IXOFF into c_cflag.
 constexpr tcflag_t kFlowCtrl2Bits = 0x1C00;
 
-bool accepted(int attr, int value) {
-    if (attr == SerialPort::BAUD) {
-        speed_t speed;
-        return detail::serialBaudSpeed(value, &speed);
-    }
-    auto v = static_cast<unsigned int>(value);  // negative values are refused
-    return v >= kRanges[attr].lowest && v <= kRanges[attr].highest;
-}
-
-}  // namespace
-
-namespace detail {
-
+// The pure parts of open(): the termios speed of a rate in the baud table
+// (false for any other rate), and the raw line configuration made from what
+// tcgetattr gave. Deliberate quirks kept bit for bit: parity 2 enables no
+// parity bit, parity 3 also clears CSTOPB, and flow control 2 ORs 0x1C00 (the
+// value of IXON | IXANY | IXOFF) into c_cflag, where it means HUPCL | CLOCAL |
+// CBAUDEX.
 bool serialBaudSpeed(int baud, speed_t* speed) {
     for (const BaudEntry& entry : kBaudTable) {
         if (entry.baud == baud) {
@@ -123,7 +116,16 @@ void serialRawTermios(termios* tio, speed_t speed, int databits, int stopbits, i
     tio->c_cc[VMIN] = 1;
 }
 
-}  // namespace detail
+bool accepted(int attr, int value) {
+    if (attr == SerialPort::BAUD) {
+        speed_t speed;
+        return serialBaudSpeed(value, &speed);
+    }
+    auto v = static_cast<unsigned int>(value);  // negative values are refused
+    return v >= kRanges[attr].lowest && v <= kRanges[attr].highest;
+}
+
+}  // namespace
 
 SerialPort::SerialPort() : className("SerialPort"), attributes{115200, 8, 1, 0, 0, 0, 0} {}
 
@@ -153,12 +155,12 @@ bool SerialPort::open(const std::string& path, int mode) {
     termios tio{};
     tcgetattr(fd_, &tio);
     speed_t speed;
-    if (!detail::serialBaudSpeed(attributes[BAUD], &speed)) {
+    if (!serialBaudSpeed(attributes[BAUD], &speed)) {
         ORVANE_ERROR("unsupport baud rate: %d", attributes[BAUD]);
         return false;
     }
-    detail::serialRawTermios(&tio, speed, attributes[DATABITS], attributes[STOPBITS],
-                             attributes[PARITY], attributes[FLOWCTRL]);
+    serialRawTermios(&tio, speed, attributes[DATABITS], attributes[STOPBITS], attributes[PARITY],
+                     attributes[FLOWCTRL]);
     tcflush(fd_, TCIFLUSH);
     if (tcsetattr(fd_, TCSANOW, &tio) != 0) {
         ORVANE_ERROR("Can't set attribute!");

@@ -12,8 +12,10 @@
 
 namespace orvane {
 
-namespace detail {
+namespace {
 
+// The mode open() writes: with SPI_LOOP, transmitting on two (four) wires
+// also receives on two (four).
 uint32_t spiOpenMode(uint32_t mode) {
     if ((mode & SPI_LOOP) != 0) {
         if ((mode & SPI_TX_DUAL) != 0) mode |= SPI_RX_DUAL;
@@ -21,6 +23,10 @@ uint32_t spiOpenMode(uint32_t mode) {
     }
     return mode;
 }
+
+}  // namespace
+
+namespace detail {
 
 spi_ioc_transfer spiTransferRecord(const unsigned char* tx, unsigned char* rxBuffer, uint32_t len,
                                    uint32_t mode, uint32_t speedHz, uint16_t delayUs,
@@ -73,7 +79,7 @@ bool SpiDev::open(const std::string& path, unsigned int spiMode, unsigned int sp
         ORVANE_ERROR("open %s error!", path.c_str());
         return false;
     }
-    uint32_t wanted = detail::spiOpenMode(spiMode);
+    uint32_t wanted = spiOpenMode(spiMode);
     // The 8-bit mode requests carry only the low byte.
     uint8_t modeByte = static_cast<uint8_t>(wanted);
     if (ioctl(fd_, SPI_IOC_WR_MODE, &modeByte) < 0) {

@@ -1,8 +1,7 @@
 #pragma once
 
-// The pure parts of SpiDev, kept apart so they can be checked without an SPI
-// controller: the mode that open() writes, and the one-record message that
-// transfer() hands to SPI_IOC_MESSAGE(1).
+// The one-record message that SpiDev::transfer() hands to SPI_IOC_MESSAGE(1),
+// kept apart so it can be checked without an SPI controller.
 
 #include <linux/spi/spidev.h>
 #include <orvane/Export.h>
@@ -11,10 +10,6 @@
 
 namespace orvane {
 namespace detail {
-
-// The mode open() writes: with SPI_LOOP, transmitting on two (four) wires
-// also receives on two (four).
-ORVANE_API uint32_t spiOpenMode(uint32_t mode);
 
 // One transfer of len bytes from tx into rxBuffer (either may be null) with
 // the device's speed, delay and word size. The wire widths follow the mode;

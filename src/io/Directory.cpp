@@ -3,6 +3,7 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include "io/MakeDirs.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -24,28 +25,32 @@ bool Directory::exists(const std::string& path) {
     return !path.empty() && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+namespace detail {
+
+int makeDirs(const std::string& path, unsigned int mode, bool parents, std::string* failed) {
+    *failed = path;
+    if (!parents) return makeOne(path, mode, false);
+    // Every prefix that ends before a '/', then the whole path.
+    for (size_t slash = path.find('/', 1); slash != std::string::npos;
+         slash = path.find('/', slash + 1)) {
+        if (path[slash - 1] == '/') continue;
+        *failed = path.substr(0, slash);
+        int err = makeOne(*failed, mode, true);
+        if (err != 0) return err;
+    }
+    *failed = path;
+    return makeOne(path, mode, true);
+}
+
+}  // namespace detail
+
 bool Directory::createDir(const std::string& path, unsigned int mode, bool parents) {
     if (path.empty()) {
         ORVANE_SERROR("directory name is empty!");
         return false;
     }
-    int err = 0;
-    std::string failed = path;
-    if (parents) {
-        // Every prefix that ends before a '/', then the whole path.
-        for (size_t slash = path.find('/', 1); slash != std::string::npos && err == 0;
-             slash = path.find('/', slash + 1)) {
-            if (path[slash - 1] == '/') continue;
-            failed = path.substr(0, slash);
-            err = makeOne(failed, mode, true);
-        }
-        if (err == 0) {
-            failed = path;
-            err = makeOne(path, mode, true);
-        }
-    } else {
-        err = makeOne(path, mode, false);
-    }
+    std::string failed;
+    int err = detail::makeDirs(path, mode, parents, &failed);
     if (err != 0) {
         ORVANE_SERROR("create dir(%s) error: %s!", failed.c_str(), strerror(err));
         return false;

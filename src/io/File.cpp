@@ -1,5 +1,4 @@
 #include <errno.h>
-#include <fcntl.h>
 #include <orvane/File.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -53,11 +52,13 @@ File::~File() {
 bool File::open(const std::string& name, int mode) {
     if (name.empty()) {
         ORVANE_ERROR("file name is empty.");
+        errno = EINVAL;  // callers that report the failure again read the cause
         return false;
     }
     const char* streamMode = static_cast<unsigned int>(mode) < 8 ? kStreamModes[mode] : nullptr;
     if (streamMode == nullptr) {
         ORVANE_ERROR("Unsupport mode(%d)", mode);
+        errno = EINVAL;
         return false;
     }
     if (stream != nullptr) {
@@ -78,15 +79,9 @@ bool File::open(const std::string& name, int mode) {
         errno = err;  // callers that report the failure again read the cause
         return false;
     }
+    // The "e" in every stream mode opened the descriptor close-on-exec
+    // already, atomically, so no fcntl round trip is needed afterwards.
     fd_ = ::fileno(stream);
-    int flags = ::fcntl(fd_, F_GETFD);
-    if (flags == -1) {
-        int err = errno;
-        ORVANE_WARN("file(%s) get flag error: %s!", name.c_str(), strerror(err));
-    } else if (::fcntl(fd_, F_SETFD, flags | FD_CLOEXEC) == -1) {
-        int err = errno;
-        ORVANE_WARN("file(%s) set flag error: %s!", name.c_str(), strerror(err));
-    }
     devName = name;
     return true;
 }

@@ -4,8 +4,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <ctime>
-
 #include "io/WaitFd.h"
 #include "log/LogLine.h"
 

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "io/MakeDirs.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -82,7 +83,9 @@ bool MemShared::open(std::string sharedName, int length, int mode, MemShared::Ty
             return false;
     }
     std::string dir = directoryOf(sharedName);
-    if (!dir.empty() && !Directory::exists(dir) && !Directory::createDir(dir, 0777, true)) {
+    std::string failedDir;
+    if (!dir.empty() && !Directory::exists(dir) &&
+        detail::makeDirs(dir, 0777, true, &failedDir) != 0) {
         ORVANE_ERROR("create shared dir[%s] error!", dir.c_str());
         return false;
     }
@@ -167,7 +170,7 @@ int32_t MemShared::size() {
     return static_cast<int32_t>(st.st_size);
 }
 
-MemPool::MemPool() : className("MemPool"), blockCount(0), blockSize(0), base(nullptr) {}
+MemPool::MemPool() : className("MemPool"), blockCount(0), blockSize(0) {}
 
 MemPool::~MemPool() {
     for (void* area : areas) free(area);
@@ -181,7 +184,6 @@ bool MemPool::init(int count, int size, void* mem) {
     void* area =
         mem != nullptr ? mem : calloc(static_cast<size_t>(count), static_cast<size_t>(size));
     if (area == nullptr) return false;
-    base = area;
     if (std::find(areas.begin(), areas.end(), area) == areas.end()) areas.push_back(area);
     blocks.reserve(blocks.size() + static_cast<size_t>(count));
     for (size_t i = 0; i < static_cast<size_t>(count); ++i) {

@@ -8,6 +8,7 @@
 
 #include <ctime>
 
+#include "io/MakeDirs.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -39,7 +40,9 @@ std::string MsgQueue::getMqName(int key) {
 
 bool MsgQueue::initialize() {
     if (!Directory::exists(kMqueueDir)) {
-        Directory::createDir(kMqueueDir, 0666, false);
+        // A failure here shows as the mount's failure below.
+        std::string failedDir;
+        detail::makeDirs(kMqueueDir, 0666, false, &failedDir);
         if (::mount("none", kMqueueDir, "mqueue", 0, nullptr) != 0) {
             ORVANE_ERROR("mount mqueue error!");
             return false;

@@ -93,6 +93,8 @@ class ORVANE_API TcpSocket : public Socket {
 // ignored. open(path) removes a stale file at `path` and binds to it (an
 // empty path opens an unbound client socket); the file stays after close.
 // setConnection(peerPath) removes this socket's own file, then connects.
+// A failed accept pauses 3 s, as TcpSocket's does, so a server loop on a
+// broken socket cannot spin.
 class ORVANE_API LocalTcpSocket : public TcpSocket {
   public:
     LocalTcpSocket();

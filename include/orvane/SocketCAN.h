@@ -50,7 +50,6 @@ static_assert(sizeof(CANFrame) == 16, "CANFrame must match the kernel's 16-byte 
 class ORVANE_API SocketCAN : public Socket {
   public:
     SocketCAN();
-    ~SocketCAN() override;
     bool open(const std::string& ifName, unsigned short port) override;
     bool close() override;
     int peekData(char* buf, int len, int timeoutUs) override;

@@ -19,8 +19,7 @@ STDSink::STDSink() : className("STDSink") {}
 
 void STDSink::sink(int lineLevel, const std::string& line) {
     if (static_cast<unsigned>(lineLevel) > 4) return;
-    std::string text = detail::colourLine(lineLevel, line);
-    text += '\n';
+    std::string text = detail::colouredLine(lineLevel, line);
     fwrite(text.data(), 1, text.size(), stdout);
     fflush(stdout);
 }

@@ -23,8 +23,7 @@ void UDPSink::onLevelChanged(int newLevel) { level.store(newLevel); }
 void UDPSink::sink(int lineLevel, const std::string& line) {
     if (!socket || lineLevel < 0) return;
     if (lineLevel > 4 && lineLevel > level.load()) return;
-    std::string datagram = detail::colourLine(lineLevel, line);
-    datagram += '\n';
+    std::string datagram = detail::colouredLine(lineLevel, line);
     socket->writeTrace(datagram.data(), static_cast<int>(datagram.size()));
 }
 

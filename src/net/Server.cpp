@@ -2,8 +2,8 @@
 
 #include <vector>
 
+#include "io/WaitFd.h"
 #include "log/LogLine.h"
-#include "net/SocketIo.h"
 
 namespace orvane {
 
@@ -78,7 +78,7 @@ void LocalTcpServer::run(const Thread& runner) {
 
 UdpServer::UdpServer() : className("UdpServer"), reserved(0) {}
 
-UdpServer::~UdpServer() { socket_.close(); }
+UdpServer::~UdpServer() = default;
 
 bool UdpServer::setup(std::string addr, unsigned short port) { return socket_.open(addr, port); }
 

@@ -166,48 +166,19 @@ int Socket::writeData(const char* data, int len) {
     return len;
 }
 
-namespace {
-
-// recvData and peekData of Socket: they differ only in MSG_PEEK and their texts.
-int receive(const std::string& className, int fd, char* buf, int len, int timeoutUs, bool peek) {
-    const char* method = peek ? "peekData" : "recvData";
-    const char* verb = peek ? "peek" : "read";
-    if (!detail::checkTransfer(className, method, buf, len, fd)) return -1;
-    int ready = detail::awaitFd(className, method, fd, false, timeoutUs, "readfds error");
-    if (ready < 1) return ready;
-    ssize_t n = recv(fd, buf, static_cast<size_t>(len), peek ? MSG_PEEK : 0);
-    if (n >= 0) return static_cast<int>(n);
-    int err = errno;
-    if (err == ECONNABORTED) {
-        ORVANE_ERROR_IN(method, "socket %s error:%s", verb, strerror(err));
-        return 0;
-    }
-    if (err != EAGAIN) ORVANE_ERROR_IN(method, "sockfd(%d) %s error:%s", fd, verb, strerror(err));
-    return -1;
-}
-
-}  // namespace
-
 int Socket::peekData(char* buf, int len, int timeoutUs) {
-    return receive(className, fd_, buf, len, timeoutUs, true);
+    if (!detail::checkTransfer(className, __func__, buf, len, fd_)) return -1;
+    return detail::receiveReady(className, __func__, fd_, buf, len, timeoutUs, true);
 }
 
 int Socket::recvData(char* buf, int len, int timeoutUs) {
-    return receive(className, fd_, buf, len, timeoutUs, false);
+    if (!detail::checkTransfer(className, __func__, buf, len, fd_)) return -1;
+    return detail::receiveReady(className, __func__, fd_, buf, len, timeoutUs, false);
 }
 
 int Socket::sendData(const char* data, int len, int timeoutUs) {
     if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
-    int ready = detail::awaitFd(className, __func__, fd_, true, timeoutUs, "writefds error");
-    if (ready < 1) return ready;
-    detail::ignoreSigpipe();
-    ssize_t n = send(fd_, data, static_cast<size_t>(len), 0);
-    if (n < 0) {
-        int err = errno;
-        if (err != EAGAIN) ORVANE_ERROR("sockfd(%d) write error:%s", fd_, strerror(err));
-        return -1;
-    }
-    return static_cast<int>(n);
+    return detail::sendReady(className, __func__, fd_, data, len, timeoutUs);
 }
 
 int Socket::setOption(int opt, int value) {

@@ -1,5 +1,4 @@
 #include <linux/can.h>
-#include <linux/can/raw.h>
 #include <net/if.h>
 #include <orvane/SocketCAN.h>
 #include <sys/ioctl.h>
@@ -50,8 +49,6 @@ CANFrame::CANFrame(unsigned int id, const char* data, unsigned char len, unsigne
 // ---- SocketCAN --------------------------------------------------------------
 
 SocketCAN::SocketCAN() : className("SocketCAN") {}
-
-SocketCAN::~SocketCAN() = default;
 
 bool SocketCAN::open(const std::string& name, unsigned short) {
     if (fd_ >= 0) {
@@ -104,31 +101,12 @@ int SocketCAN::recvData(char* buf, int len, int timeoutUs) {
         ORVANE_ERROR("socket not open.");
         return -1;
     }
-    int ready = detail::awaitFd(className, __func__, fd_, false, timeoutUs, "readfds error");
-    if (ready < 1) return ready;
-    ssize_t n = read(fd_, buf, kFrameBytes);
-    if (n >= 0) return static_cast<int>(n);
-    int err = errno;
-    if (err == ECONNABORTED) {
-        ORVANE_ERROR("socket read error:%s", strerror(err));
-        return 0;
-    }
-    if (err != EAGAIN) ORVANE_ERROR("sockfd(%d) read error:%s", fd_, strerror(err));
-    return -1;
+    return detail::receiveReady(className, __func__, fd_, buf, kFrameBytes, timeoutUs, false);
 }
 
 int SocketCAN::sendData(const char* data, int len, int timeoutUs) {
     if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
-    int ready = detail::awaitFd(className, __func__, fd_, true, timeoutUs, "writefds error");
-    if (ready < 1) return ready;
-    detail::ignoreSigpipe();
-    ssize_t n = write(fd_, data, static_cast<size_t>(len));
-    if (n < 0) {
-        int err = errno;
-        if (err != EAGAIN) ORVANE_ERROR("sockfd(%d) write error:%s", fd_, strerror(err));
-        return -1;
-    }
-    return static_cast<int>(n);
+    return detail::sendReady(className, __func__, fd_, data, len, timeoutUs);
 }
 
 namespace {

@@ -1,5 +1,7 @@
 #include "net/SocketIo.h"
 
+#include <sys/socket.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -20,6 +22,36 @@ bool checkTransfer(const std::string& className, const char* method, const void*
         return false;
     }
     return true;
+}
+
+int receiveReady(const std::string& className, const char* method, int fd, char* buf, int len,
+                 int timeoutUs, bool peek) {
+    int ready = awaitFd(className, method, fd, false, timeoutUs, "readfds error");
+    if (ready < 1) return ready;
+    ssize_t n = recv(fd, buf, static_cast<size_t>(len), peek ? MSG_PEEK : 0);
+    if (n >= 0) return static_cast<int>(n);
+    int err = errno;
+    const char* verb = peek ? "peek" : "read";
+    if (err == ECONNABORTED) {
+        ORVANE_ERROR_IN(method, "socket %s error:%s", verb, strerror(err));
+        return 0;
+    }
+    if (err != EAGAIN) ORVANE_ERROR_IN(method, "sockfd(%d) %s error:%s", fd, verb, strerror(err));
+    return -1;
+}
+
+int sendReady(const std::string& className, const char* method, int fd, const char* data, int len,
+              int timeoutUs) {
+    int ready = awaitFd(className, method, fd, true, timeoutUs, "writefds error");
+    if (ready < 1) return ready;
+    ignoreSigpipe();
+    ssize_t n = send(fd, data, static_cast<size_t>(len), 0);
+    if (n < 0) {
+        int err = errno;
+        if (err != EAGAIN) ORVANE_ERROR_IN(method, "sockfd(%d) write error:%s", fd, strerror(err));
+        return -1;
+    }
+    return static_cast<int>(n);
 }
 
 void ignoreSigpipe() { signal(SIGPIPE, SIG_IGN); }

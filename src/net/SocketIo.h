@@ -16,6 +16,20 @@ namespace detail {
 bool checkTransfer(const std::string& className, const char* method, const void* buf, int len,
                    int fd);
 
+// The rest of a stream or CAN socket's receive once its arguments are
+// checked: wait for readability, one recv (with MSG_PEEK when `peek`), and
+// the results and lines of a data call ("socket <verb> error:%s" and 0 for
+// an aborted connection, silence for EAGAIN, "sockfd(%d) <verb> error:%s"
+// otherwise). The verb is "peek" or "read".
+int receiveReady(const std::string& className, const char* method, int fd, char* buf, int len,
+                 int timeoutUs, bool peek);
+
+// The rest of a stream or CAN socket's send once its arguments are checked:
+// wait for writability, ignore SIGPIPE, one send, "sockfd(%d) write error:%s"
+// (never for EAGAIN).
+int sendReady(const std::string& className, const char* method, int fd, const char* data, int len,
+              int timeoutUs);
+
 // Sets SIGPIPE to ignored for the whole process; done before every send.
 void ignoreSigpipe();
 

@@ -72,19 +72,10 @@ std::vector<std::string> StrUtil::splitString(const std::string& s, const std::s
 
 const char* StrUtil::memString(const char* data, int len, const char* pattern, int patternLen) {
     if (data == nullptr || pattern == nullptr || len <= 0 || patternLen <= 0) return nullptr;
-    if (patternLen > len) return nullptr;
-    // memchr finds each candidate first byte; the first candidate with too
-    // few bytes left after it ends the search.
-    const char* end = data + len;
-    const char first = pattern[0];
-    const size_t rest = static_cast<size_t>(patternLen - 1);
-    for (const char* p = data; p < end;) {
-        const char* hit = static_cast<const char*>(memchr(p, first, static_cast<size_t>(end - p)));
-        if (hit == nullptr || static_cast<size_t>(end - hit) <= rest) return nullptr;
-        if (memcmp(hit + 1, pattern + 1, rest) == 0) return hit;
-        p = hit + 1;
-    }
-    return nullptr;
+    // The first match; once a candidate would run past the end no later one
+    // fits either, so this is the C library's memmem.
+    return static_cast<const char*>(
+        memmem(data, static_cast<size_t>(len), pattern, static_cast<size_t>(patternLen)));
 }
 
 }  // namespace orvane

@@ -57,7 +57,9 @@ class ORVANE_API Component {
 // callbacks, so a signal callback may wait up to 100 ms.
 // Components start and stop in the order they were added (not reversed);
 // quit() does not de-initialise them. Only the first delivery of a signal is
-// caught: a second one takes the signal's default action.
+// caught: a second one takes the signal's default action. A signal callback
+// may call quit(). The destructor runs no hook, but stops the application
+// thread if quit() did not.
 class ORVANE_API Application : public Component, public Runnable {
   public:
     Application();
@@ -88,6 +90,7 @@ class ORVANE_API Application : public Component, public Runnable {
 
     Thread thread;
     Rate warningRate;
+    std::mutex warningMutex;  // addTask may come from any thread
     std::vector<std::pair<std::string, std::shared_ptr<Component>>> components;
     std::mutex listMutex;
     std::mutex operationMutex;

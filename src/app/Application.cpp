@@ -38,6 +38,9 @@ bool Component::isOk() { return running_.load(); }
 Application::Application() : className("Application"), thread("Application"), warningRate(1) {}
 
 Application::~Application() {
+    // Not quit(): no hook runs. But the application thread must not outlive
+    // the members its signal callbacks and tasks may use.
+    thread.stop(-1);
     Application* self = this;
     registeredApp.compare_exchange_strong(self, nullptr);
 }
@@ -164,7 +167,12 @@ bool Application::addTask(const std::function<void(const std::string&)>& task,
         ORVANE_ERROR("cannot add task before application startup!");
         return false;
     }
-    if (taskQueue->idles() == 0 && warningRate.wakeup(0)) {
+    bool warn = false;
+    if (taskQueue->idles() == 0) {
+        std::lock_guard<std::mutex> lock(warningMutex);
+        warn = warningRate.wakeup(0);
+    }
+    if (warn) {
         ORVANE_WARN("no idle thread for task queue(%d)!", taskQueue->size());
     }
     taskQueue->putTask(task, taskName);

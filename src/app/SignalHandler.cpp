@@ -1,5 +1,6 @@
 #include <orvane/SignalHandler.h>
 
+#include <atomic>
 #include <tuple>
 
 #include "log/LogLine.h"
@@ -8,6 +9,14 @@ namespace orvane {
 
 template class Singleton<SignalHandler>;
 
+namespace {
+
+// Cleared when the registry is destroyed at exit; the handlers stay
+// installed, and a late delivery must not read the destroyed counts.
+std::atomic<bool> registryAlive{false};
+
+}  // namespace
+
 SignalHandler::SignalHandler() : className("SignalHandler") {
     // A count for every signal number up front: the map never changes shape
     // afterwards, so the handler can read it while another thread registers.
@@ -15,13 +24,21 @@ SignalHandler::SignalHandler() : className("SignalHandler") {
         pending.emplace(std::piecewise_construct, std::forward_as_tuple(signo),
                         std::forward_as_tuple(0));
     }
+    registryAlive = true;
 }
 
-SignalHandler::~SignalHandler() = default;
+SignalHandler::~SignalHandler() { registryAlive = false; }
 
 void SignalHandler::SigAction::callback(int signo, siginfo_t*, void*) {
     // Async-signal context: only an existing map entry is touched, nothing
     // is allocated or locked.
+    if (!registryAlive.load()) {
+        // Past the registry's end: the delivery gets the default action it
+        // would have had without one.
+        signal(signo, SIG_DFL);
+        raise(signo);
+        return;
+    }
     SignalHandler& registry = SignalHandler::getInstance();
     auto entry = registry.pending.find(signo);
     if (entry != registry.pending.end()) ++entry->second;

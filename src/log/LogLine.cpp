@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "system/DateTimeText.h"
+
 namespace orvane {
 namespace detail {
 
@@ -15,8 +17,8 @@ const char* logTime() {
     if (now != cachedSecond) {
         tm local{};
         localtime_r(&now, &local);
-        snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%02d", local.tm_year + 1900,
-                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+        snprintf(text, sizeof text, ORVANE_DATE_TIME_FORMAT, local.tm_year + 1900, local.tm_mon + 1,
+                 local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
         cachedSecond = now;
     }
     return text;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "log/LogLine.h"
 
@@ -232,9 +233,11 @@ void Tracer::print(int lineLevel, const char* format, ...) {
     uint16_t size = static_cast<uint16_t>(length);
     // The append takes a few tens of nanoseconds, far less than putting a
     // thread to sleep on the lock and waking it; a caller that finds the
-    // lock taken tries again briefly before it blocks.
+    // lock taken tries again briefly before it blocks. On one core the
+    // holder cannot run meanwhile, so there it blocks at once.
+    static const int spins = std::thread::hardware_concurrency() > 1 ? 100 : 0;
     std::unique_lock<std::mutex> lock(queueMutex, std::try_to_lock);
-    for (int spin = 0; !lock.owns_lock() && spin < 100; ++spin) {
+    for (int spin = 0; !lock.owns_lock() && spin < spins; ++spin) {
         cpuRelax();
         lock.try_lock();
     }
@@ -251,14 +254,12 @@ void Tracer::setLevel(int newLevel) {
 
 void Tracer::addSink(std::shared_ptr<TracerSink> sink) {
     if (running || !sink) return;
+    sink->onLevelChanged(level);
+    // A second console sink hears the level but is not registered.
     if (sink->sinkName() == "STDSink") {
-        if (stdSinkAdded) {
-            sink->onLevelChanged(level);
-            return;
-        }
+        if (stdSinkAdded) return;
         stdSinkAdded = true;
     }
-    sink->onLevelChanged(level);
     std::lock_guard<std::mutex> lock(sinkMutex);
     sinks.push_back(std::move(sink));
 }
@@ -327,10 +328,12 @@ TraceDuration::TraceDuration(const std::string& traceName, unsigned int threshol
     : name(traceName), thresholdMs(threshold), start(Time::fromMono()) {}
 
 TraceDuration::~TraceDuration() {
+    Tracer& tracer = Tracer::getInstance();
+    if (!tracer.enabled(1)) return;
     Time elapsed = Time::fromMono() - start;
     if (thresholdMs <= elapsed.toMicroSec() / 1000) {
-        Tracer::getInstance().print(1, "<I>%s [%s] trace duration: %s s", detail::logTime(),
-                                    name.c_str(), elapsed.toString().c_str());
+        tracer.print(1, "<I>%s [%s] trace duration: %s s", detail::logTime(), name.c_str(),
+                     elapsed.toString().c_str());
     }
 }
 

@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "log/LogLine.h"
+#include "system/DateTimeText.h"
 
 namespace orvane {
 
@@ -221,8 +222,8 @@ bool DateTime::isLeapYear() const { return year % 4 == 0 && year % 100 != 0; }
 
 std::string DateTime::toString() const {
     char text[96];
-    int n = snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%02d", year, month, day, hour,
-                     minute, second);
+    int n = snprintf(text, sizeof text, ORVANE_DATE_TIME_FORMAT, year, month, day, hour, minute,
+                     second);
     return std::string(text, n > 0 ? static_cast<size_t>(n) : 0);
 }
 
@@ -329,7 +330,7 @@ bool DateTime::setDateTime(const Time& t, const std::string& zone) {
     setenv("TZ", target.c_str(), 1);
     tzset();
     DateTime local(t);
-    return runTimeCommand(StrUtil::format("timedatectl set-time '%d-%02d-%02d %02d:%02d:%02d'",
+    return runTimeCommand(StrUtil::format("timedatectl set-time '" ORVANE_DATE_TIME_FORMAT "'",
                                           local.year, local.month, local.day, local.hour,
                                           local.minute, local.second));
 }

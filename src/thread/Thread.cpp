@@ -29,6 +29,25 @@ void Runnable::quit() {
     if (runner != nullptr) runner->running = false;
 }
 
+namespace {
+
+// Waits for a started function and takes its result; true when it ended
+// with an exception, whose text goes to *error.
+template <class Future>
+bool endedWithError(Future& future, std::string* error) {
+    try {
+        future.get();
+        return false;
+    } catch (const std::exception& e) {
+        *error = e.what();
+    } catch (...) {
+        *error = "unknown exception";
+    }
+    return true;
+}
+
+}  // namespace
+
 // ---- Thread -----------------------------------------------------------------
 
 Thread::Thread() : Thread(std::string()) {}
@@ -85,18 +104,19 @@ int Thread::body() {
     setSchedParam(param);
     ORVANE_NOTE_IN("operator()", "[%s](%d:0x%x) thread enter.", name_.c_str(), taskId_.load(),
                    pthreadId.load());
-    runnable->runningThread = this;
-    try {
+    {
+        // However run() ends (an exception goes on to stop(), which reports
+        // it), the runnable stops pointing at this thread and it stops running.
+        struct Leave {
+            Thread* thread;
+            ~Leave() {
+                thread->runnable->runningThread = nullptr;
+                thread->running = false;
+            }
+        } leave{this};
+        runnable->runningThread = this;
         runnable->run(*this);
-    } catch (...) {
-        // The exception goes on to stop(), which reports it; the runnable
-        // must not keep pointing at this thread.
-        runnable->runningThread = nullptr;
-        running = false;
-        throw;
     }
-    runnable->runningThread = nullptr;
-    running = false;
     ORVANE_NOTE_IN("operator()", "[%s](%d:0x%x) thread exit.", name_.c_str(), taskId_.load(),
                    pthreadId.load());
     return 0;
@@ -106,17 +126,17 @@ bool Thread::stop(int timeoutMs) {
     running = false;
     if (timeoutMs < 1) timeoutMs = 10000;
     if (!future.valid()) return true;
+    // Asked from its own body (an application quitting from a signal
+    // callback): the body ends once run() returns; waiting here would only
+    // wait for itself.
+    if (taskId_.load() == System::getTaskId()) return true;
     if (future.wait_for(std::chrono::milliseconds(timeoutMs)) != std::future_status::ready) {
         ORVANE_ERROR("[%s] force quit since wait timeout: %d ms!!!", name_.c_str(), timeoutMs);
         return false;
     }
-    try {
-        future.get();
-    } catch (const std::exception& e) {
-        ORVANE_ERROR("[%s] thread quit error: %s", name_.c_str(), e.what());
-        return false;
-    } catch (...) {
-        ORVANE_ERROR("[%s] thread quit error: %s", name_.c_str(), "unknown exception");
+    std::string error;
+    if (endedWithError(future, &error)) {
+        ORVANE_ERROR("[%s] thread quit error: %s", name_.c_str(), error.c_str());
         return false;
     }
     return true;
@@ -244,13 +264,8 @@ void Threading::start(std::function<void()> fn) {
 
 Threading::~Threading() {
     for (auto& f : futures) {
-        try {
-            f.get();
-        } catch (const std::exception& e) {
-            ORVANE_ERROR("thread quit error: %s", e.what());
-        } catch (...) {
-            ORVANE_ERROR("thread quit error: %s", "unknown exception");
-        }
+        std::string error;
+        if (endedWithError(f, &error)) ORVANE_ERROR("thread quit error: %s", error.c_str());
     }
 }
 

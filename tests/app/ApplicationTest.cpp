@@ -139,6 +139,25 @@ TEST(Application, RunsSignalCallbacksInOrderOnTheApplicationThread) {
     app.quit();
 }
 
+TEST(Application, QuitsFromItsOwnSignalCallbackWithoutWaitingForItself) {
+    auto& capture = test::LogCapture::fresh();
+    Application app;
+    auto component = std::make_shared<Component>();
+    ASSERT_TRUE(app.addComponent("worker", component));
+    std::atomic<bool> quitted{false};
+    ASSERT_TRUE(app.registerSignal(SIGHUP, [&] {
+        app.quit();  // on the application thread
+        quitted = true;
+    }));
+    ASSERT_TRUE(app.startup(1, SchedParam()));
+    ASSERT_EQ(kill(getpid(), SIGHUP), 0);
+    // Well before stop()'s 10 s limit: the thread does not wait for itself.
+    ASSERT_TRUE(eventually([&] { return quitted.load(); }, 3000));
+    EXPECT_FALSE(component->isOk());
+    EXPECT_FALSE(app.isOk());
+    EXPECT_TRUE(capture.matching("force quit").empty());
+}
+
 TEST(ApplicationDeathTest, CatchesOnlyTheFirstDeliveryOfASignal) {
     EXPECT_EXIT(
         {

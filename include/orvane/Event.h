@@ -55,7 +55,8 @@ class ORVANE_API EventDispatcher {
     bool removeListener(EventListener* listener);
     // The first answer of 0 or more, -1 when nobody handled the event, -2
     // (logged) when timeoutMs passed first. A timeout of 0 returns 0 whatever
-    // the listeners answer; a negative one waits without limit.
+    // the listeners answer; a negative one waits without limit. -1 (logged,
+    // "dispatch task error") also when the dispatch thread cannot start.
     int dispatchEvent(std::shared_ptr<Event> event, int timeoutMs);
 
   protected:

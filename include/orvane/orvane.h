@@ -33,5 +33,6 @@
 #include <orvane/Time.h>
 #include <orvane/Timer.h>
 #include <orvane/Tracer.h>
+#include <orvane/UniqueFd.h>
 #include <orvane/TracerSink.h>
 // clang-format on

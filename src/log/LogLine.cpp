@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "system/DateTimeText.h"
+#include "base/DateTimeText.h"
 
 namespace orvane {
 namespace detail {

@@ -1,11 +1,12 @@
 #include <orvane/System.h>
 #include <pthread.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "thread/TaskId.h"
 
 extern char** environ;
 
@@ -15,7 +16,7 @@ int System::getTaskId(unsigned int* pthreadId) {
     if (pthreadId != nullptr) {
         *pthreadId = static_cast<unsigned int>(pthread_self());
     }
-    return static_cast<int>(syscall(SYS_gettid));
+    return detail::currentTaskId();
 }
 
 bool System::execute(const std::string& command) {

@@ -1,9 +1,9 @@
 #include <errno.h>
 #include <fcntl.h>
-#include <orvane/File.h>
 #include <orvane/Semaphore.h>
 #include <orvane/Time.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "log/LogLine.h"
 
@@ -39,7 +39,7 @@ bool Semaphore::open(int value, const std::string& semName) {
         }
     } else {
         // A semaphore left by an earlier run would keep its old count.
-        if (File::exists("/dev/shm/sem." + semName)) {
+        if (::access(("/dev/shm/sem." + semName).c_str(), F_OK) == 0) {
             std::string previous = name;
             name = systemName;
             unlink();

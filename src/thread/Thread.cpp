@@ -1,4 +1,3 @@
-#include <orvane/System.h>
 #include <orvane/Thread.h>
 #include <pthread.h>
 #include <sched.h>
@@ -10,6 +9,7 @@
 #include <ctime>
 
 #include "log/LogLine.h"
+#include "thread/TaskId.h"
 
 namespace orvane {
 
@@ -96,9 +96,8 @@ bool Thread::start(const Runnable& work) {
 }
 
 int Thread::body() {
-    unsigned int self = 0;
-    taskId_ = System::getTaskId(&self);
-    pthreadId = self;
+    taskId_ = detail::currentTaskId();
+    pthreadId = static_cast<unsigned int>(pthread_self());
     SchedParam param;
     param.name = name_;
     setSchedParam(param);
@@ -129,7 +128,7 @@ bool Thread::stop(int timeoutMs) {
     // Asked from its own body (an application quitting from a signal
     // callback): the body ends once run() returns; waiting here would only
     // wait for itself.
-    if (taskId_.load() == System::getTaskId()) return true;
+    if (taskId_.load() == detail::currentTaskId()) return true;
     if (future.wait_for(std::chrono::milliseconds(timeoutMs)) != std::future_status::ready) {
         ORVANE_ERROR("[%s] force quit since wait timeout: %d ms!!!", name_.c_str(), timeoutMs);
         return false;
@@ -185,7 +184,7 @@ bool Thread::setSchedParam(const SchedParam& param) {
         int nice = 20 - param.priority;
         errno = 0;
         // PRIO_PROCESS with a task id addresses just this thread on Linux.
-        int result = setpriority(PRIO_PROCESS, static_cast<id_t>(System::getTaskId()), nice);
+        int result = setpriority(PRIO_PROCESS, static_cast<id_t>(detail::currentTaskId()), nice);
         int err = errno;
         // Success only when the result equals the nice value and errno stays 0.
         if (result != nice || err != 0) {

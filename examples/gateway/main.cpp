@@ -14,7 +14,7 @@ namespace {
 
 // Pretends to sample a sensor; the periodic job reads its last value.
 class Sensor : public orvane::Component {
-public:
+  public:
     bool onStart() override {
         orvane::Tracer::getInstance().print(1, "<C>sensor started");
         return true;
@@ -25,13 +25,13 @@ public:
     }
     int sample() { return ++samples_; }
 
-private:
+  private:
     std::atomic<int> samples_{0};
 };
 
 // Pretends to forward readings upstream.
 class Uplink : public orvane::Component {
-public:
+  public:
     bool onStart() override {
         orvane::Tracer::getInstance().print(1, "<C>uplink connected");
         return true;
@@ -46,7 +46,7 @@ public:
 };
 
 class Gateway : public orvane::Application {
-public:
+  public:
     std::atomic<bool> stopRequested{false};
 };
 

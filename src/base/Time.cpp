@@ -12,9 +12,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "log/LogLine.h"
 #include "base/DateTimeFields.h"
 #include "base/DateTimeText.h"
+#include "log/LogLine.h"
 
 namespace orvane {
 

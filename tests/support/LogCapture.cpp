@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cctype>
+#include <chrono>
 
 namespace orvane {
 namespace test {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <orvane/Export.h>
+#include <orvane/UniqueFd.h>
 
 #include <memory>
 #include <string>
@@ -29,11 +30,14 @@ enum IOMode {
 // object. recvData/sendData block the caller for at most their timeout.
 // Inherited operations log with the class tag "IODevice", also on a derived
 // object. Descriptor 0 counts as closed for close() and isOpen(), though the
-// data calls accept it.
+// data calls accept it: a device that got descriptor 0 (possible only when
+// standard input was closed) never closes it, not even in its destructor,
+// and refuses a second open().
 class ORVANE_API IODevice {
   public:
     IODevice();
-    // Runs IODevice::close (not an override) and releases the write-merge buffer.
+    // Runs IODevice::close (not an override) and releases the write-merge
+    // buffer; a descriptor 0 stays open, as close() leaves it.
     virtual ~IODevice();
     IODevice(const IODevice&) = delete;
     IODevice& operator=(const IODevice&) = delete;
@@ -51,8 +55,8 @@ class ORVANE_API IODevice {
     // Adds status flags (F_SETFL); flags are never removed.
     virtual bool setFlags(int flags);
     virtual bool getFlags(int* flags);
-    virtual int fd() { return fd_; }
-    virtual bool isOpen() { return fd_ > 0; }
+    virtual int fd() { return fd_.get(); }
+    virtual bool isOpen() { return fd_.isAbove(0); }
     // Closes and opens again with the last name and mode.
     virtual bool reopen();
     // fsync() of the descriptor.
@@ -68,7 +72,7 @@ class ORVANE_API IODevice {
   protected:
     std::string className;
     std::string devName;
-    int fd_;
+    UniqueFd fd_;
     int ioMode;
     bool directIO;
     unsigned int wmSize;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <orvane/Export.h>
+#include <orvane/UniqueFd.h>
 
 #include <cstdint>
 #include <mutex>
@@ -20,8 +21,11 @@ namespace orvane {
 // IO_TRUNCATE and IO_CREATE. Failures of open and close are logged once and
 // reported as false; putData and getData fail silently with -1.
 // close() of a TYPE_SHM block removes its name from the system, so a later
-// open by name creates a new object. No thread lock: one thread at a time
-// uses an object.
+// open by name creates a new object, but leaves the block's descriptor open
+// for the rest of the process: each open and close of a TYPE_SHM block costs
+// one descriptor. close() of a TYPE_FILE block closes its descriptor (except
+// descriptor 0, which it leaves open) and keeps the file. No thread lock: one
+// thread at a time uses an object.
 class ORVANE_API MemShared {
   public:
     enum Type { TYPE_SHM = 0, TYPE_FILE = 1 };
@@ -44,7 +48,7 @@ class ORVANE_API MemShared {
   protected:
     std::string className;
     Type type;
-    int fd;
+    UniqueFd fd;
     int32_t size_;
     void* addr;
     std::string name;

@@ -2,6 +2,7 @@
 
 #include <orvane/Export.h>
 #include <orvane/Singleton.h>
+#include <orvane/UniqueFd.h>
 
 #include <cstdint>
 #include <map>
@@ -33,7 +34,7 @@ static_assert(std::is_standard_layout<MsgBody>::value, "MsgBody is a plain recor
 //   between parent and child.
 // - initialize() mounts the "mqueue" file system on /dev/mqueue when that
 //   directory is missing, which needs root.
-// - The destructor unlinks the queue name.
+// - The destructor unlinks the queue name, then closes the descriptor.
 // sendMsg and recvMsg may be called from any thread (the kernel queue is
 // atomic); initialize belongs to the owner.
 class ORVANE_API MsgQueue {
@@ -57,7 +58,7 @@ class ORVANE_API MsgQueue {
 
   protected:
     std::string className;
-    int mqd;
+    UniqueFd mqd;  // a message-queue descriptor is a file descriptor on Linux
     int key;
 };
 

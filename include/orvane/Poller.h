@@ -1,6 +1,7 @@
 #pragma once
 
 #include <orvane/Export.h>
+#include <orvane/UniqueFd.h>
 
 #include <memory>
 #include <mutex>
@@ -36,6 +37,9 @@ class ORVANE_API PollEvent {
 // waitEvent() takes microseconds but epoll counts milliseconds: the timeout
 // is cut to whole milliseconds toward zero, so -1 .. 999 poll without
 // blocking and only -1000 or less waits without limit.
+// An epoll descriptor 0 (possible only when standard input was closed)
+// counts as not open: open() creates another one, and close() forgets it
+// without closing it.
 class ORVANE_API Poller {
   public:
     Poller();
@@ -65,7 +69,7 @@ class ORVANE_API Poller {
     // One epoll_ctl of `op` for `event`; the mutex is held.
     bool control(int op, const PollEvent& event);
 
-    int epollFd;
+    UniqueFd epollFd;
     int capacity;
     bool edgeTriggered;
     int registered;

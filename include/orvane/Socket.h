@@ -2,6 +2,7 @@
 
 #include <netinet/in.h>
 #include <orvane/Export.h>
+#include <orvane/UniqueFd.h>
 
 #include <string>
 
@@ -23,7 +24,8 @@ enum SocketOption {
 // decides to close it. Every send sets SIGPIPE to ignored for the whole
 // process (one signal() call per send), so writing to a closed peer returns
 // -1 instead of ending the program. No locking inside: one socket belongs to one thread at a time.
-// The descriptor is close-on-exec and closed by the destructor.
+// The descriptor is close-on-exec and closed by close() and the destructor,
+// descriptor 0 included.
 class ORVANE_API Socket {
   public:
     Socket();
@@ -53,9 +55,10 @@ class ORVANE_API Socket {
     // Binds `sock` to addr:port; port 0 takes the kernel's choice, logged and
     // kept (see localPort).
     bool bindPort(int sock, unsigned short port, std::string addr);
-    bool isOpen() const { return fd_ >= 0; }
-    int fd() const { return fd_; }
-    // Adopts `sock` when this socket holds no descriptor (fd < 1) and sock > 0.
+    bool isOpen() const { return fd_.valid(); }
+    int fd() const { return fd_.get(); }
+    // Adopts `sock` when this socket holds no descriptor (fd < 1) and sock > 0;
+    // a descriptor 0 held until then is closed.
     bool fdopen(int sock);
     // The port of the last successful bindPort, host order; 0 before.
     unsigned short localPort() const { return ntohs(localAddr.sin_port); }
@@ -64,13 +67,16 @@ class ORVANE_API Socket {
     std::string className;
     std::string peerAddr;
     unsigned short peerPort;
-    int fd_;
+    UniqueFd fd_;
     sockaddr_in localAddr;
 };
 
 // IPv4 stream socket: a listening socket (open, listenConnection,
 // acceptConnection) or a client (open("", 0) first, then setConnection).
-// open() sets SO_REUSEADDR. setConnection blocks in connect() and then waits at most 5 s
+// open() sets SO_REUSEADDR. When that or the bind fails, open() leaves the
+// socket it created open and owned by nobody (the object takes a socket only
+// once it is bound): each such failure costs the process one descriptor.
+// setConnection blocks in connect() and then waits at most 5 s
 // for the socket to become writable. A failed accept sleeps 3 s before it
 // returns, so that a failing accept loop cannot spin.
 class ORVANE_API TcpSocket : public Socket {
@@ -113,6 +119,8 @@ class ORVANE_API LocalTcpSocket : public TcpSocket {
 // IPv4 datagram socket. Every receive records the sender as the peer, so a
 // send after a receive answers the last sender; setConnection() sets the
 // peer explicitly. Sends fail with "peer not set" until a peer is known.
+// A failed bind in open() leaves the new socket open and owned by nobody, as
+// TcpSocket's does.
 class ORVANE_API UdpSocket : public Socket {
   public:
     UdpSocket();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <orvane/Export.h>
+#include <orvane/UniqueFd.h>
 
 #include <cstdint>
 #include <string>
@@ -33,7 +34,7 @@ class ORVANE_API SpiDev {
     bool transfer(unsigned char* tx, unsigned int txlen, unsigned char* rx, unsigned int rxlen);
     void close();
 
-    int fd() const { return fd_; }
+    int fd() const { return fd_.get(); }
     uint32_t mode() const { return mode_; }
     uint32_t speed() const { return speed_; }
     uint16_t delay() const { return delay_; }
@@ -43,7 +44,7 @@ class ORVANE_API SpiDev {
     std::string className;
 
   private:
-    int fd_;
+    UniqueFd fd_;
     uint32_t mode_;
     uint32_t speed_;
     uint16_t delay_;

@@ -4,6 +4,7 @@
 #include <orvane/Poller.h>
 #include <orvane/Thread.h>
 #include <orvane/Time.h>
+#include <orvane/UniqueFd.h>
 
 #include <atomic>
 #include <cstdint>
@@ -144,7 +145,8 @@ class ORVANE_API RTimer : public Runnable {
 // logged. start() while running re-arms the timer (and the thread logs its
 // "allready started" warning). start() and stop() belong to one controlling
 // thread, and the listener must not call stop() on its own timer. The
-// descriptor stays open until destruction.
+// descriptor stays open until destruction; a timerfd that got descriptor 0
+// (standard input closed) counts as no timer for stop(), which leaves it armed.
 class ORVANE_API HRTimer : public Runnable {
   public:
     HRTimer(const TimerListener& listener, int id);
@@ -169,7 +171,7 @@ class ORVANE_API HRTimer : public Runnable {
     Thread thread;
     TimerListener* listener;
     Poller poller;
-    int timerFd;
+    UniqueFd timerFd;
     std::atomic<int> intervalMs;
     int id;
 };

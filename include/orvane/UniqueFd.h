@@ -1,5 +1,6 @@
 #pragma once
 
+#include <errno.h>
 #include <unistd.h>
 
 namespace orvane {
@@ -17,6 +18,9 @@ namespace orvane {
 // the same descriptor twice. "None" is -1 (kNone); any negative value is
 // stored as none. Descriptor 0 is an ordinary descriptor here: a class that
 // treats 0 as "not open" says so at its own call site (see isAbove()).
+// reset() and the destructor leave errno as it was, so a failed open can be
+// stored first and its errno read after: `fd.reset(::open(...)); if (!fd) {
+// int err = errno; ... }`. close() is the call that reports close()'s error.
 // Not thread-safe: one owner object belongs to one thread at a time, as the
 // object that holds it does. Costs one int and no allocation.
 class UniqueFd {
@@ -51,10 +55,14 @@ class UniqueFd {
     }
 
     // Closes the owned descriptor (if any) and takes `fd` instead. Taking the
-    // descriptor already owned keeps it open.
+    // descriptor already owned keeps it open. errno is left as it was.
     void reset(int fd = kNone) noexcept {
         if (fd < 0) fd = kNone;
-        if (fd_ >= 0 && fd_ != fd) ::close(fd_);
+        if (fd_ >= 0 && fd_ != fd) {
+            int err = errno;
+            ::close(fd_);
+            errno = err;
+        }
         fd_ = fd;
     }
 

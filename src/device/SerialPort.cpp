@@ -136,24 +136,23 @@ bool SerialPort::open(const std::string& path, int mode) {
         ORVANE_ERROR("Parameter error.");
         return false;
     }
-    if (fd_ >= 0) {
+    if (fd_.valid()) {
         ORVANE_ERROR("Device is already opened!");
         return false;
     }
     // Blocking I/O and no O_NOCTTY, as the line discipline expects.
     static const int kOpenFlags[] = {O_RDONLY | O_CLOEXEC, O_WRONLY | O_SYNC | O_CLOEXEC,
                                      O_RDWR | O_SYNC | O_CLOEXEC};
-    int fd = ::open(path.c_str(), kOpenFlags[mode]);
-    if (fd < 0) {
+    fd_.reset(::open(path.c_str(), kOpenFlags[mode]));
+    if (!fd_) {
         int err = errno;
         ORVANE_ERROR("Open %s error: %s", path.c_str(), strerror(err));
         return false;
     }
-    fd_ = fd;
     devName = path;
     ioMode = mode;
     termios tio{};
-    tcgetattr(fd_, &tio);
+    tcgetattr(fd_.get(), &tio);
     speed_t speed;
     if (!serialBaudSpeed(attributes[BAUD], &speed)) {
         ORVANE_ERROR("unsupport baud rate: %d", attributes[BAUD]);
@@ -161,12 +160,12 @@ bool SerialPort::open(const std::string& path, int mode) {
     }
     serialRawTermios(&tio, speed, attributes[DATABITS], attributes[STOPBITS], attributes[PARITY],
                      attributes[FLOWCTRL]);
-    tcflush(fd_, TCIFLUSH);
-    if (tcsetattr(fd_, TCSANOW, &tio) != 0) {
+    tcflush(fd_.get(), TCIFLUSH);
+    if (tcsetattr(fd_.get(), TCSANOW, &tio) != 0) {
         ORVANE_ERROR("Can't set attribute!");
         return false;
     }
-    fcntl(fd_, F_SETFL, 0);
+    fcntl(fd_.get(), F_SETFL, 0);
     return true;
 }
 
@@ -178,7 +177,7 @@ int SerialPort::setAttribute(int attr, int value) {
         ORVANE_ERROR("Device is not open,cannot set attibute:%d!", attr);
         return -1;
     }
-    if (!live && fd_ >= 0) {
+    if (!live && fd_.valid()) {
         ORVANE_ERROR("Device is allready open, cannot set attribute:%d!", attr);
         return -1;
     }
@@ -196,9 +195,9 @@ int SerialPort::setAttribute(int attr, int value) {
     if (attr == DATAMODE && value == 2) {
         serial_rs485 rs485{};
         rs485.flags = SER_RS485_ENABLED;
-        ioctl(fd_, TIOCSRS485, &rs485);
+        ioctl(fd_.get(), TIOCSRS485, &rs485);
     } else if (attr == RS485DIR) {
-        ioctl(fd_, kRs485DirRequest, value);
+        ioctl(fd_.get(), kRs485DirRequest, value);
     }
     return 0;
 }
@@ -218,15 +217,15 @@ int SerialPort::sendData(const char* data, int len, int timeoutUs) {
 
 // One wait and one read into `in` or write from `out`.
 int SerialPort::exchange(char* in, const char* out, int len, int timeoutUs, const char* method) {
-    if ((in == nullptr && out == nullptr) || len < 1 || fd_ < 0) {
+    if ((in == nullptr && out == nullptr) || len < 1 || !fd_) {
         ORVANE_ERROR_IN(method, "parameter error.");
         return -1;
     }
     int ready =
-        detail::awaitFd(className, method, fd_, out != nullptr, timeoutUs, "fd is not set.");
+        detail::awaitFd(className, method, fd_.get(), out != nullptr, timeoutUs, "fd is not set.");
     if (ready < 0) return ready;
-    ssize_t n = out != nullptr ? ::write(fd_, out, static_cast<size_t>(len))
-                               : ::read(fd_, in, static_cast<size_t>(len));
+    ssize_t n = out != nullptr ? ::write(fd_.get(), out, static_cast<size_t>(len))
+                               : ::read(fd_.get(), in, static_cast<size_t>(len));
     return static_cast<int>(n);
 }
 

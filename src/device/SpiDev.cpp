@@ -33,27 +33,27 @@ constexpr unsigned int kStackMessage = 256;
 
 }  // namespace
 
-SpiDev::SpiDev() : className("SpiDev"), fd_(-1), mode_(0), speed_(500000), delay_(0), bits_(8) {}
+SpiDev::SpiDev() : className("SpiDev"), mode_(0), speed_(500000), delay_(0), bits_(8) {}
 
 SpiDev::~SpiDev() { close(); }
 
 bool SpiDev::open(const std::string& path, unsigned int spiMode, unsigned int speedHz,
                   unsigned short delayUs, unsigned char bitsPerWord) {
     close();
-    fd_ = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd_ < 0) {
+    fd_.reset(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    if (!fd_) {
         ORVANE_ERROR("open %s error!", path.c_str());
         return false;
     }
     uint32_t wanted = spiOpenMode(spiMode);
     // The 8-bit mode requests carry only the low byte.
     uint8_t modeByte = static_cast<uint8_t>(wanted);
-    if (ioctl(fd_, SPI_IOC_WR_MODE, &modeByte) < 0) {
+    if (ioctl(fd_.get(), SPI_IOC_WR_MODE, &modeByte) < 0) {
         ORVANE_ERROR("set SPI mode error, mode: 0x%08x", wanted);
         close();
         return false;
     }
-    if (ioctl(fd_, SPI_IOC_RD_MODE, &modeByte) < 0) {
+    if (ioctl(fd_.get(), SPI_IOC_RD_MODE, &modeByte) < 0) {
         int err = errno;
         ORVANE_ERROR("get SPI mode error: %s", strerror(err));
         close();
@@ -61,24 +61,24 @@ bool SpiDev::open(const std::string& path, unsigned int spiMode, unsigned int sp
     }
     mode_ = modeByte;
     uint8_t wordBits = bitsPerWord;
-    if (ioctl(fd_, SPI_IOC_WR_BITS_PER_WORD, &wordBits) < 0) {
+    if (ioctl(fd_.get(), SPI_IOC_WR_BITS_PER_WORD, &wordBits) < 0) {
         ORVANE_ERROR("set SPI bits error, bits: %d", bitsPerWord);
         close();
         return false;
     }
-    if (ioctl(fd_, SPI_IOC_RD_BITS_PER_WORD, &bits_) < 0) {
+    if (ioctl(fd_.get(), SPI_IOC_RD_BITS_PER_WORD, &bits_) < 0) {
         int err = errno;
         ORVANE_ERROR("get SPI bits error: %s", strerror(err));
         close();
         return false;
     }
     uint32_t clockHz = speedHz;
-    if (ioctl(fd_, SPI_IOC_WR_MAX_SPEED_HZ, &clockHz) < 0) {
+    if (ioctl(fd_.get(), SPI_IOC_WR_MAX_SPEED_HZ, &clockHz) < 0) {
         ORVANE_ERROR("set SPI speed error, speed: %d", static_cast<int>(speedHz));
         close();
         return false;
     }
-    if (ioctl(fd_, SPI_IOC_RD_MAX_SPEED_HZ, &speed_) < 0) {
+    if (ioctl(fd_.get(), SPI_IOC_RD_MAX_SPEED_HZ, &speed_) < 0) {
         int err = errno;
         ORVANE_ERROR("get SPI speed error: %s", strerror(err));
         close();
@@ -117,7 +117,7 @@ bool SpiDev::transfer(unsigned char* tx, unsigned int txlen, unsigned char* rx,
     }
     spi_ioc_transfer record =
         detail::spiTransferRecord(tx, rxBuffer, len, mode_, speed_, delay_, bits_);
-    if (ioctl(fd_, SPI_IOC_MESSAGE(1), &record) < 1) {
+    if (ioctl(fd_.get(), SPI_IOC_MESSAGE(1), &record) < 1) {
         int err = errno;
         ORVANE_ERROR("SPI_IOC_MESSAGE error: %s", strerror(err));
         return false;
@@ -129,9 +129,6 @@ bool SpiDev::transfer(unsigned char* tx, unsigned int txlen, unsigned char* rx,
 
 // Every descriptor open() obtained is released, 0 included, and fd goes back
 // to -1, so a second close() touches nothing.
-void SpiDev::close() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-}
+void SpiDev::close() { fd_.reset(); }
 
 }  // namespace orvane

@@ -1,27 +1,25 @@
 #include <orvane/Poller.h>
 #include <sys/epoll.h>
-#include <unistd.h>
 
 #include <new>
 
 namespace orvane {
 
-Poller::Poller()
-    : className("Poller"), epollFd(-1), capacity(0), edgeTriggered(false), registered(0) {}
+Poller::Poller() : className("Poller"), capacity(0), edgeTriggered(false), registered(0) {}
 
 Poller::~Poller() { close(); }
 
 bool Poller::open(int maxEvents, bool edge) {
     std::lock_guard<std::mutex> lock(mutex);
-    if (epollFd >= 0) return true;
+    if (epollFd.isAbove(0)) return true;
     if (maxEvents < 1) return false;
-    epollFd = epoll_create1(EPOLL_CLOEXEC);
-    if (epollFd < 0) return false;
+    epollFd.release();  // descriptor 0 counts as not open: it is forgotten, not closed
+    epollFd.reset(epoll_create1(EPOLL_CLOEXEC));
+    if (!epollFd) return false;
     readyBuffer.reset(new (std::nothrow) epoll_event[static_cast<size_t>(maxEvents)]());
     if (!readyBuffer) {
         // Not left half-open: a later open() tries again.
-        ::close(epollFd);
-        epollFd = -1;
+        epollFd.reset();
         return false;
     }
     edgeTriggered = edge;
@@ -31,8 +29,9 @@ bool Poller::open(int maxEvents, bool edge) {
 
 void Poller::close() {
     std::lock_guard<std::mutex> lock(mutex);
-    if (epollFd >= 0) ::close(epollFd);
-    epollFd = -1;
+    // Descriptor 0 counts as not open: it is forgotten, not closed.
+    if (epollFd.isAbove(0)) epollFd.reset();
+    epollFd.release();
     readyBuffer.reset();
 }
 
@@ -55,12 +54,12 @@ bool Poller::control(int op, const PollEvent& event) {
     epoll_event record{};
     record.events = mask;
     record.data.fd = event.fd;
-    return epoll_ctl(epollFd, op, event.fd, &record) == 0;
+    return epoll_ctl(epollFd.get(), op, event.fd, &record) == 0;
 }
 
 bool Poller::addEvent(const PollEvent& event) {
     std::lock_guard<std::mutex> lock(mutex);
-    if (epollFd < 0 || registered >= capacity || event.fd < 0) return false;
+    if (!epollFd || registered >= capacity || event.fd < 0) return false;
     if (!control(EPOLL_CTL_ADD, event)) return false;
     ++registered;
     return true;
@@ -68,7 +67,7 @@ bool Poller::addEvent(const PollEvent& event) {
 
 bool Poller::removeEvent(const PollEvent& event) {
     std::lock_guard<std::mutex> lock(mutex);
-    if (epollFd < 0 || registered == 0) return false;
+    if (!epollFd || registered == 0) return false;
     if (!control(EPOLL_CTL_DEL, event)) return false;
     --registered;
     return true;
@@ -77,9 +76,9 @@ bool Poller::removeEvent(const PollEvent& event) {
 std::vector<std::shared_ptr<PollEvent>> Poller::waitEvent(int timeoutUs) {
     std::vector<std::shared_ptr<PollEvent>> ready;
     std::lock_guard<std::mutex> lock(mutex);
-    if (epollFd < 0) return ready;
+    if (!epollFd) return ready;
     // Truncates toward zero: -999 .. 999 us poll without blocking.
-    int count = epoll_wait(epollFd, readyBuffer.get(), capacity, timeoutUs / 1000);
+    int count = epoll_wait(epollFd.get(), readyBuffer.get(), capacity, timeoutUs / 1000);
     if (count <= 0) return ready;
     ready.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i) {

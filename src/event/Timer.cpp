@@ -159,31 +159,26 @@ HRTimer::HRTimer(TimerListener* timerListener, int timerId)
     : className("HRTimer"),
       thread("HRTimer"),
       listener(timerListener),
-      timerFd(-1),
       intervalMs(0),
       id(timerId) {}
 
-HRTimer::~HRTimer() {
-    stop();
-    if (timerFd >= 0) close(timerFd);
-}
+HRTimer::~HRTimer() { stop(); }
 
 bool HRTimer::start(int periodMs, bool repeatTimer) {
     if (periodMs <= 0 || listener == nullptr) return false;
-    if (timerFd < 0) {
-        timerFd = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
-        if (timerFd < 0) return false;
+    if (!timerFd) {
+        timerFd.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+        if (!timerFd) return false;
         bool ready = poller.open(1, false);
         if (!ready) {
             ORVANE_ERROR("poller open error!");
-        } else if (!(ready = poller.addEvent(PollEvent(timerFd, 0)))) {
+        } else if (!(ready = poller.addEvent(PollEvent(timerFd.get(), 0)))) {
             ORVANE_ERROR("poller add event error!");
         }
         if (!ready) {
             // Give the descriptor back so that the next start sets up anew.
             poller.close();
-            close(timerFd);
-            timerFd = -1;
+            timerFd.reset();
             return false;
         }
     }
@@ -197,13 +192,13 @@ bool HRTimer::arm(int periodMs, bool repeatTimer) {
     setting.it_value.tv_sec = static_cast<time_t>(periodMs / 1000);
     setting.it_value.tv_nsec = static_cast<long>(periodMs % 1000) * 1000000;
     if (repeatTimer) setting.it_interval = setting.it_value;
-    return timerfd_settime(timerFd, 0, &setting, nullptr) == 0;
+    return timerfd_settime(timerFd.get(), 0, &setting, nullptr) == 0;
 }
 
 bool HRTimer::stop() {
-    if (timerFd >= 0) {
+    if (timerFd.isAbove(0)) {  // descriptor 0 counts as no timer: it is not disarmed
         itimerspec disarmed{};
-        timerfd_settime(timerFd, 0, &disarmed, nullptr);
+        timerfd_settime(timerFd.get(), 0, &disarmed, nullptr);
     }
     return thread.stop(-1);
 }

@@ -62,9 +62,9 @@ bool File::open(const std::string& name, int mode) {
         return false;
     }
     if (stream != nullptr) {
+        fd_.release();  // the stream owns the descriptor and fclose closes it
         ::fclose(stream);
         stream = nullptr;
-        fd_ = -1;
     }
     if (wmSize != 0) {
         // Without memory the file still works, unbuffered.
@@ -80,8 +80,10 @@ bool File::open(const std::string& name, int mode) {
         return false;
     }
     // The "e" in every stream mode opened the descriptor close-on-exec
-    // already, atomically, so no fcntl round trip is needed afterwards.
-    fd_ = ::fileno(stream);
+    // already, atomically, so no fcntl round trip is needed afterwards. The
+    // stream owns the descriptor; fd_ holds it for the inherited calls and is
+    // released, never closed, before the stream is.
+    fd_.reset(::fileno(stream));
     devName = name;
     return true;
 }
@@ -93,10 +95,10 @@ bool File::close() {
         wmBuffer.reset();
         wmFill = 0;
     }
-    if (fd_ >= 1) ::fsync(fd_);
+    if (fd_.isAbove(0)) ::fsync(fd_.get());
+    fd_.release();  // fclose closes it
     ::fclose(stream);
     stream = nullptr;
-    fd_ = -1;
     return true;
 }
 
@@ -263,7 +265,7 @@ void* File::mapMemory() {
     if (mapAddr != nullptr) return mapAddr;
     long size = getSize();
     size_t length = size < 0 ? 0 : static_cast<size_t>(size);
-    mapAddr = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
+    mapAddr = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.get(), 0);
     if (mapAddr == MAP_FAILED) {
         int err = errno;
         ORVANE_ERROR("file(%s) map memory error: %s!", devName.c_str(), strerror(err));

@@ -25,17 +25,20 @@ constexpr int kOpenFlags[8] = {
 
 }  // namespace
 
-IODevice::IODevice()
-    : className("IODevice"), fd_(-1), ioMode(-1), directIO(false), wmSize(0), wmFill(0) {}
+IODevice::IODevice() : className("IODevice"), ioMode(-1), directIO(false), wmSize(0), wmFill(0) {}
 
-IODevice::~IODevice() { IODevice::close(); }
+IODevice::~IODevice() {
+    IODevice::close();
+    // Descriptor 0 counts as not open: close() left it, and so does the destructor.
+    fd_.release();
+}
 
 bool IODevice::open(const std::string& name, int mode) {
     if (name.empty() || static_cast<unsigned int>(mode) > 7) {
         ORVANE_ERROR("param error!");
         return false;
     }
-    if (fd_ >= 0) {
+    if (fd_.valid()) {
         ORVANE_ERROR("device is already opened!");
         return false;
     }
@@ -47,8 +50,8 @@ bool IODevice::open(const std::string& name, int mode) {
     flags |= O_CLOEXEC;
     if (directIO) flags |= O_DIRECT;
     errno = 0;
-    fd_ = ::open(name.c_str(), flags, 0666);
-    if (fd_ < 0) {
+    fd_.reset(::open(name.c_str(), flags, 0666));
+    if (!fd_) {
         int err = errno;
         ORVANE_ERROR("open %s error: %s!", name.c_str(), strerror(err));
         return false;
@@ -59,10 +62,9 @@ bool IODevice::open(const std::string& name, int mode) {
 }
 
 bool IODevice::close() {
-    if (fd_ < 1) return true;
+    if (!fd_.isAbove(0)) return true;  // descriptor 0 counts as not open
     flush();
-    ::close(fd_);
-    fd_ = -1;
+    fd_.reset();
     return true;
 }
 
@@ -90,24 +92,24 @@ int IODevice::transfer(const char* method, const char* paramText, char* buf, int
         ORVANE_ERROR_IN(method, "%s", paramText);
         return -1;
     }
-    if (fd_ < 0) {
+    if (!fd_) {
         ORVANE_ERROR_IN(method, "device not open.");
         return -1;
     }
     if (wait) {
-        int ready = detail::awaitFd(className, method, fd_, forWrite, timeoutUs,
+        int ready = detail::awaitFd(className, method, fd_.get(), forWrite, timeoutUs,
                                     forWrite ? "writefds error" : "readfds error");
         if (ready < 0) return ready;
     }
-    ssize_t n = forWrite ? ::write(fd_, buf, static_cast<size_t>(len))
-                         : ::read(fd_, buf, static_cast<size_t>(len));
+    ssize_t n = forWrite ? ::write(fd_.get(), buf, static_cast<size_t>(len))
+                         : ::read(fd_.get(), buf, static_cast<size_t>(len));
     return n < 0 ? -1 : static_cast<int>(n);
 }
 
 bool IODevice::setFlags(int flags) {
     int current = 0;
     if (!getFlags(&current)) return false;
-    if (::fcntl(fd_, F_SETFL, current | flags) == -1) {
+    if (::fcntl(fd_.get(), F_SETFL, current | flags) == -1) {
         int err = errno;
         ORVANE_ERROR("set flags(0x%04x) error: %s!", static_cast<unsigned int>(flags),
                      strerror(err));
@@ -118,7 +120,7 @@ bool IODevice::setFlags(int flags) {
 
 bool IODevice::getFlags(int* flags) {
     if (flags == nullptr) return false;
-    int current = ::fcntl(fd_, F_GETFL);
+    int current = ::fcntl(fd_.get(), F_GETFL);
     if (current == -1) {
         int err = errno;
         ORVANE_ERROR("get flags error: %s!", strerror(err));
@@ -134,7 +136,7 @@ bool IODevice::reopen() {
 }
 
 void IODevice::flush() {
-    if (fd_ > 0) ::fsync(fd_);
+    if (fd_.isAbove(0)) ::fsync(fd_.get());
 }
 
 long IODevice::getPos() {
@@ -142,7 +144,7 @@ long IODevice::getPos() {
         ORVANE_ERROR("file(%s) not open!", devName.c_str());
         return -1;
     }
-    off_t pos = ::lseek(fd_, 0, SEEK_CUR);
+    off_t pos = ::lseek(fd_.get(), 0, SEEK_CUR);
     return pos < 0 ? -1 : static_cast<long>(pos);
 }
 
@@ -151,7 +153,7 @@ long IODevice::setPos(long pos) {
         ORVANE_ERROR("file(%s) not open!", devName.c_str());
         return -1;
     }
-    off_t now = ::lseek(fd_, static_cast<off_t>(pos), SEEK_SET);
+    off_t now = ::lseek(fd_.get(), static_cast<off_t>(pos), SEEK_SET);
     return now < 0 ? -1 : static_cast<long>(now);
 }
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "io/MakeDirs.h"
 #include "log/LogLine.h"
@@ -38,7 +39,7 @@ class FileLock {
     bool locked;
 
   private:
-    int fd_;
+    int fd_;  // the block's descriptor, borrowed for the lock; MemShared owns it
 };
 
 // The directory part of a name: "" when it has none, "/" for "/name".
@@ -51,7 +52,7 @@ std::string directoryOf(const std::string& name) {
 }  // namespace
 
 MemShared::MemShared()
-    : className("MemShared"), type(TYPE_SHM), fd(-1), size_(0), addr(nullptr), writable(false) {}
+    : className("MemShared"), type(TYPE_SHM), size_(0), addr(nullptr), writable(false) {}
 
 MemShared::~MemShared() { close(); }
 
@@ -60,7 +61,7 @@ bool MemShared::open(std::string sharedName, int length, int mode, MemShared::Ty
         ORVANE_ERROR("not specify shared name!");
         return false;
     }
-    if (fd >= 0) {
+    if (fd.valid()) {
         ORVANE_ERROR("shared already exists!");
         return false;
     }
@@ -89,31 +90,31 @@ bool MemShared::open(std::string sharedName, int length, int mode, MemShared::Ty
         ORVANE_ERROR("create shared dir[%s] error!", dir.c_str());
         return false;
     }
-    int opened = kind == TYPE_SHM ? ::shm_open(sharedName.c_str(), flags, 0666)
-                                  : ::open(sharedName.c_str(), flags, 0666);
-    if (opened < 0) {
+    UniqueFd opened(kind == TYPE_SHM ? ::shm_open(sharedName.c_str(), flags, 0666)
+                                     : ::open(sharedName.c_str(), flags, 0666));
+    if (!opened) {
         int err = errno;
         ORVANE_ERROR("open shared[%s] error: %s", sharedName.c_str(), strerror(err));
         return false;
     }
-    // Failures from here on release the descriptor, so the object stays closed.
+    // Failures from here on close the descriptor, so the object stays closed.
     size_t mapLength = length > 0 ? static_cast<size_t>(length) : 0;
-    if (length > 0 && ::ftruncate(opened, length) != 0) {
+    if (length > 0 && ::ftruncate(opened.get(), length) != 0) {
         int err = errno;
         ORVANE_ERROR("set shared[%s] error: %s!", sharedName.c_str(), strerror(err));
-        ::close(opened);
         return false;
     }
     struct stat st;
-    if (length <= 0 && ::fstat(opened, &st) == 0) mapLength = static_cast<size_t>(st.st_size);
-    void* mapped = ::mmap(nullptr, mapLength, protection, MAP_SHARED, opened, 0);
+    if (length <= 0 && ::fstat(opened.get(), &st) == 0) {
+        mapLength = static_cast<size_t>(st.st_size);
+    }
+    void* mapped = ::mmap(nullptr, mapLength, protection, MAP_SHARED, opened.get(), 0);
     if (mapped == MAP_FAILED) {
         int err = errno;
         ORVANE_ERROR("map shared[%s] error: %s!", sharedName.c_str(), strerror(err));
-        ::close(opened);
         return false;
     }
-    fd = opened;
+    fd = std::move(opened);
     type = kind;
     addr = mapped;
     size_ = static_cast<int32_t>(mapLength);
@@ -123,7 +124,7 @@ bool MemShared::open(std::string sharedName, int length, int mode, MemShared::Ty
 }
 
 void MemShared::close() {
-    if (name.empty() || fd < 0) return;
+    if (name.empty() || !fd) return;
     if (addr != nullptr) {
         if (::munmap(addr, static_cast<size_t>(size_)) != 0) {
             int err = errno;
@@ -137,17 +138,18 @@ void MemShared::close() {
             int err = errno;
             ORVANE_ERROR("shared[%s] unlink error: %s!", name.c_str(), strerror(err));
         }
-        ::close(fd);  // the object lives on while other processes map it
-    } else if (fd > 0 && ::close(fd) != 0) {
+        fd.release();  // unlinked, but its descriptor stays open for the rest of the process
+    } else if (!fd.isAbove(0)) {
+        fd.release();  // descriptor 0 is left open
+    } else if (fd.close() != 0) {
         int err = errno;
         ORVANE_ERROR("shared[%s] close error: %s!", name.c_str(), strerror(err));
     }
-    fd = -1;
 }
 
 int MemShared::putData(const void* data, int len) {
     if (data == nullptr || len <= 0 || addr == nullptr || !writable) return -1;
-    FileLock lock(fd, LOCK_EX);
+    FileLock lock(fd.get(), LOCK_EX);
     if (!lock.locked) return -1;
     size_t count = std::min(static_cast<size_t>(size_), static_cast<size_t>(len));
     memcpy(addr, data, count);
@@ -157,7 +159,7 @@ int MemShared::putData(const void* data, int len) {
 
 int MemShared::getData(void* buf, int len) {
     if (buf == nullptr || len <= 0 || addr == nullptr) return -1;
-    FileLock lock(fd, LOCK_SH);
+    FileLock lock(fd.get(), LOCK_SH);
     if (!lock.locked) return -1;
     size_t count = std::min(static_cast<size_t>(size_), static_cast<size_t>(len));
     memcpy(buf, addr, count);
@@ -166,7 +168,7 @@ int MemShared::getData(void* buf, int len) {
 
 int32_t MemShared::size() {
     struct stat st;
-    if (fd < 0 || ::fstat(fd, &st) != 0) return 0;
+    if (!fd || ::fstat(fd.get(), &st) != 0) return 0;
     return static_cast<int32_t>(st.st_size);
 }
 

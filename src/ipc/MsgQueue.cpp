@@ -7,6 +7,7 @@
 #include <sys/mount.h>
 
 #include <ctime>
+#include <type_traits>
 
 #include "io/MakeDirs.h"
 #include "log/LogLine.h"
@@ -14,6 +15,9 @@
 namespace orvane {
 
 template class Singleton<MsgQueueFactory>;
+
+// mq_close is close() of that descriptor, so UniqueFd owns it.
+static_assert(std::is_same<mqd_t, int>::value, "a queue descriptor is a file descriptor");
 
 namespace {
 
@@ -25,12 +29,10 @@ constexpr const char* kMqueueDir = "/dev/mqueue";
 
 }  // namespace
 
-MsgQueue::MsgQueue(int) : className("MsgQueue"), mqd(-1), key(-1) {}
+MsgQueue::MsgQueue(int) : className("MsgQueue"), key(-1) {}
 
-MsgQueue::~MsgQueue() {
-    ::mq_unlink(getMqName(key).c_str());
-    if (mqd >= 0) ::mq_close(mqd);
-}
+// mqd closes after the body has unlinked the name.
+MsgQueue::~MsgQueue() { ::mq_unlink(getMqName(key).c_str()); }
 
 std::string MsgQueue::getMqName(int key) {
     char name[32];
@@ -51,12 +53,12 @@ bool MsgQueue::initialize() {
     std::string name = getMqName(key);
     ::mq_unlink(name.c_str());
     // A queue created before replaces the one this object held.
-    if (mqd >= 0) ::mq_close(mqd);
+    mqd.reset();
     mq_attr attr{};
     attr.mq_maxmsg = kMaxMessages;
     attr.mq_msgsize = kMessageSize;
-    mqd = ::mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644, &attr);
-    if (mqd < 0) {
+    mqd.reset(::mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644, &attr));
+    if (!mqd) {
         int err = errno;
         ORVANE_ERROR("MsgQueue(key:0x%x) initialize failed:%s.", static_cast<unsigned int>(key),
                      strerror(err));
@@ -74,14 +76,14 @@ int MsgQueue::sendMsg(const MsgBody& msg) {
         ORVANE_ERROR("msg data len must be less than %d!", 128);
         return -1;
     }
-    int rc =
-        ::mq_timedsend(mqd, reinterpret_cast<const char*>(&msg), sizeof msg, 0, &kPastDeadline);
+    int rc = ::mq_timedsend(mqd.get(), reinterpret_cast<const char*>(&msg), sizeof msg, 0,
+                            &kPastDeadline);
     return rc == 0 ? 0 : -1;
 }
 
 int MsgQueue::recvMsg(const MsgBody& msg, int) {
     char* into = reinterpret_cast<char*>(const_cast<MsgBody*>(&msg));
-    ssize_t n = ::mq_timedreceive(mqd, into, sizeof msg, nullptr, &kPastDeadline);
+    ssize_t n = ::mq_timedreceive(mqd.get(), into, sizeof msg, nullptr, &kPastDeadline);
     return n < 0 ? -1 : 0;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "log/LogLine.h"
 #include "net/SocketIo.h"
@@ -59,40 +60,42 @@ int acceptInto(const std::string& className, int fd, TcpSocket* client, sockaddr
         ORVANE_ERROR_IN("acceptConnection", "param error.");
         return -1;
     }
-    int sock = accept4(fd, peer, peerLen, SOCK_CLOEXEC);
-    if (sock < 0) {
+    UniqueFd sock(accept4(fd, peer, peerLen, SOCK_CLOEXEC));
+    if (!sock) {
         int err = errno;
         if (err == EAGAIN) return -1;  // a non-blocking socket with nothing pending
         ORVANE_ERROR_IN("acceptConnection", "accept error:%s", strerror(err));
         Thread::msleep(3000);
         return -1;
     }
-    if (!client->fdopen(sock)) ::close(sock);
-    return sock;
+    int accepted = sock.get();
+    if (client->fdopen(accepted)) sock.release();  // the client owns it now
+    return accepted;
 }
 
 // A new IPv4 socket of `type` bound through owner.bindPort (a stream socket
-// with SO_REUSEADDR set first), or -1; the descriptor is closed again on
-// failure. Lines carry the calling class's name and "open".
-int openBound(const std::string& className, Socket& owner, int type, const std::string& addr,
-              unsigned short port) {
-    int sock = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-    if (sock < 0) {
+// with SO_REUSEADDR set first), or none. A socket whose option or bind fails
+// is given up without being closed: open() takes a socket only once it is
+// bound, and its close() closes only what the object holds, so that socket
+// stays open. Lines carry the calling class's name and "open".
+UniqueFd openBound(const std::string& className, Socket& owner, int type, const std::string& addr,
+                   unsigned short port) {
+    UniqueFd sock(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+    if (!sock) {
         int err = errno;
         ORVANE_ERROR_IN("open", "open socket error:%s", strerror(err));
-        return -1;
+        return sock;
     }
     int on = 1;
-    if (type == SOCK_STREAM && setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
+    bool ready = true;
+    if (type == SOCK_STREAM &&
+        setsockopt(sock.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
         int err = errno;
         ORVANE_ERROR_IN("open", "setsockopt error:%s", strerror(err));
-        ::close(sock);
-        return -1;
+        ready = false;
     }
-    if (!owner.bindPort(sock, port, addr)) {
-        ::close(sock);
-        return -1;
-    }
+    if (ready && !owner.bindPort(sock.get(), port, addr)) ready = false;
+    if (!ready) sock.release();  // left open, owned by nobody
     return sock;
 }
 
@@ -100,19 +103,19 @@ int openBound(const std::string& className, Socket& owner, int type, const std::
 
 // ---- Socket -----------------------------------------------------------------
 
-Socket::Socket() : className("Socket"), peerPort(0), fd_(-1), localAddr() {}
+Socket::Socket() : className("Socket"), peerPort(0), localAddr() {}
 
 Socket::~Socket() { Socket::close(); }
 
+// Descriptor 0 is closed like any other here, unlike IODevice::close.
 bool Socket::close() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
+    fd_.reset();
     return true;
 }
 
 bool Socket::fdopen(int sock) {
-    if (fd_ >= 1 || sock <= 0) return false;
-    fd_ = sock;
+    if (fd_.isAbove(0) || sock <= 0) return false;
+    fd_.reset(sock);
     return true;
 }
 
@@ -138,8 +141,8 @@ bool Socket::bindPort(int sock, unsigned short port, std::string addr) {
 }
 
 int Socket::readData(char* buf, int len) {
-    if (!detail::checkTransfer(className, __func__, buf, len, fd_)) return -1;
-    ssize_t n = read(fd_, buf, static_cast<size_t>(len));
+    if (!detail::checkTransfer(className, __func__, buf, len, fd_.get())) return -1;
+    ssize_t n = read(fd_.get(), buf, static_cast<size_t>(len));
     if (n < 0) {
         int err = errno;
         if (err != EAGAIN) ORVANE_ERROR("read error:%s", strerror(err));
@@ -149,11 +152,11 @@ int Socket::readData(char* buf, int len) {
 }
 
 int Socket::writeData(const char* data, int len) {
-    if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
+    if (!detail::checkTransfer(className, __func__, data, len, fd_.get())) return -1;
     detail::ignoreSigpipe();
     int written = 0;
     while (written < len) {
-        ssize_t n = write(fd_, data + written, static_cast<size_t>(len - written));
+        ssize_t n = write(fd_.get(), data + written, static_cast<size_t>(len - written));
         if (n == 0) return 0;
         if (n < 0) {
             int err = errno;
@@ -167,18 +170,18 @@ int Socket::writeData(const char* data, int len) {
 }
 
 int Socket::peekData(char* buf, int len, int timeoutUs) {
-    if (!detail::checkTransfer(className, __func__, buf, len, fd_)) return -1;
-    return detail::receiveReady(className, __func__, fd_, buf, len, timeoutUs, true);
+    if (!detail::checkTransfer(className, __func__, buf, len, fd_.get())) return -1;
+    return detail::receiveReady(className, __func__, fd_.get(), buf, len, timeoutUs, true);
 }
 
 int Socket::recvData(char* buf, int len, int timeoutUs) {
-    if (!detail::checkTransfer(className, __func__, buf, len, fd_)) return -1;
-    return detail::receiveReady(className, __func__, fd_, buf, len, timeoutUs, false);
+    if (!detail::checkTransfer(className, __func__, buf, len, fd_.get())) return -1;
+    return detail::receiveReady(className, __func__, fd_.get(), buf, len, timeoutUs, false);
 }
 
 int Socket::sendData(const char* data, int len, int timeoutUs) {
-    if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
-    return detail::sendReady(className, __func__, fd_, data, len, timeoutUs);
+    if (!detail::checkTransfer(className, __func__, data, len, fd_.get())) return -1;
+    return detail::sendReady(className, __func__, fd_.get(), data, len, timeoutUs);
 }
 
 int Socket::setOption(int opt, int value) {
@@ -206,7 +209,7 @@ int Socket::setOption(int opt, int value) {
             ORVANE_ERROR("Unsupport socket option:%d", opt);
             return -1;
     }
-    if (setsockopt(fd_, SOL_SOCKET, name, &value, sizeof value) != 0) {
+    if (setsockopt(fd_.get(), SOL_SOCKET, name, &value, sizeof value) != 0) {
         int err = errno;
         ORVANE_ERROR("setsockopt error:%s", strerror(err));
         return -1;
@@ -222,7 +225,7 @@ int Socket::getOption(int opt) {
     int value = 0;
     socklen_t size = sizeof value;
     int name = opt == SOCK_OPT_RCVBUF ? SO_RCVBUF : SO_SNDBUF;
-    if (getsockopt(fd_, SOL_SOCKET, name, &value, &size) != 0) {
+    if (getsockopt(fd_.get(), SOL_SOCKET, name, &value, &size) != 0) {
         int err = errno;
         ORVANE_ERROR("getsockopt error:%s", strerror(err));
         return -1;
@@ -247,13 +250,13 @@ bool Socket::getConnection(std::string* addr, unsigned short* port) {
 TcpSocket::TcpSocket() : className("TcpSocket") {}
 
 bool TcpSocket::open(const std::string& addr, unsigned short port) {
-    if (fd_ >= 0) return true;
-    int sock = openBound(className, *this, SOCK_STREAM, addr, port);
-    if (sock < 0) {
-        close();  // fd_ is still -1: this closes nothing
+    if (fd_.valid()) return true;
+    UniqueFd sock = openBound(className, *this, SOCK_STREAM, addr, port);
+    if (!sock) {
+        close();  // the object holds nothing yet: this closes nothing
         return false;
     }
-    fd_ = sock;
+    fd_ = std::move(sock);
     return true;
 }
 
@@ -266,19 +269,19 @@ bool TcpSocket::setConnection(const std::string& addr, unsigned short port) {
     }
     sockaddr_in peer = ipv4Address(addr, port);
     ORVANE_NOTE("connect to %s:%d", addr.c_str(), port);
-    if (connect(fd_, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
+    if (connect(fd_.get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
         int err = errno;
         ORVANE_ERROR("connect error:%s.", strerror(err));
         return false;
     }
-    if (!awaitConnected(className, fd_, nullptr)) return false;
+    if (!awaitConnected(className, fd_.get(), nullptr)) return false;
     peerAddr = addr;
     peerPort = port;
     return true;
 }
 
 bool TcpSocket::listenConnection(int backlog) {
-    if (listen(fd_, backlog) != 0) {
+    if (listen(fd_.get(), backlog) != 0) {
         int err = errno;
         ORVANE_ERROR("listen error:%s.", strerror(err));
         return false;
@@ -289,7 +292,7 @@ bool TcpSocket::listenConnection(int backlog) {
 bool TcpSocket::acceptConnection(TcpSocket* client) {
     sockaddr_in peer{};
     socklen_t size = sizeof peer;
-    if (acceptInto(className, fd_, client, reinterpret_cast<sockaddr*>(&peer), &size) < 0) {
+    if (acceptInto(className, fd_.get(), client, reinterpret_cast<sockaddr*>(&peer), &size) < 0) {
         return false;
     }
     ORVANE_NOTE("tcp connection from %s:%d", dotted(peer.sin_addr).c_str(), ntohs(peer.sin_port));
@@ -301,9 +304,9 @@ bool TcpSocket::acceptConnection(TcpSocket* client) {
 LocalTcpSocket::LocalTcpSocket() : className("LocalTcpSocket") {}
 
 bool LocalTcpSocket::open(const std::string& path, unsigned short) {
-    if (fd_ >= 0) return true;
-    int sock = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (sock < 0) {
+    if (fd_.valid()) return true;
+    UniqueFd sock(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!sock) {
         int err = errno;
         ORVANE_ERROR("open socket error:%s", strerror(err));
         return false;
@@ -314,16 +317,15 @@ bool LocalTcpSocket::open(const std::string& path, unsigned short) {
         int err = ENAMETOOLONG;
         if (localAddress(path, &address)) {
             unlink(path.c_str());
-            result = bind(sock, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+            result = bind(sock.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
             err = errno;
         }
         if (result != 0) {
             ORVANE_ERROR("bind error:%s.", strerror(err));
-            ::close(sock);
             return false;
         }
     }
-    fd_ = sock;
+    fd_ = std::move(sock);
     localPath_ = path;
     return true;
 }
@@ -336,12 +338,12 @@ bool LocalTcpSocket::setConnection(const std::string& path, unsigned short port)
         ORVANE_ERROR("connect error:%s.", strerror(ENAMETOOLONG));
         return false;
     }
-    if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (connect(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         int err = errno;
         ORVANE_ERROR("connect error:%s.", strerror(err));
         return false;
     }
-    if (!awaitConnected(className, fd_, "connect error.")) return false;
+    if (!awaitConnected(className, fd_.get(), "connect error.")) return false;
     peerPath = path;
     peerAddr = path;
     peerPort = port;
@@ -350,7 +352,7 @@ bool LocalTcpSocket::setConnection(const std::string& path, unsigned short port)
 }
 
 bool LocalTcpSocket::acceptConnection(TcpSocket* client) {
-    return acceptInto(className, fd_, client, nullptr, nullptr) >= 0;
+    return acceptInto(className, fd_.get(), client, nullptr, nullptr) >= 0;
 }
 
 // ---- UdpSocket --------------------------------------------------------------
@@ -358,13 +360,13 @@ bool LocalTcpSocket::acceptConnection(TcpSocket* client) {
 UdpSocket::UdpSocket() : className("UdpSocket") {}
 
 bool UdpSocket::open(const std::string& addr, unsigned short port) {
-    if (fd_ >= 0) return true;
-    int sock = openBound(className, *this, SOCK_DGRAM, addr, port);
-    if (sock < 0) {
-        close();
+    if (fd_.valid()) return true;
+    UniqueFd sock = openBound(className, *this, SOCK_DGRAM, addr, port);
+    if (!sock) {
+        close();  // the object holds nothing yet: this closes nothing
         return false;
     }
-    fd_ = sock;
+    fd_ = std::move(sock);
     return true;
 }
 
@@ -373,11 +375,12 @@ bool UdpSocket::close() { return Socket::close(); }
 int UdpSocket::receiveFrom(char* buf, int len, int flags, const char* method) {
     sockaddr_in sender{};
     socklen_t size = sizeof sender;
-    ssize_t n = recvfrom(fd_, buf, static_cast<size_t>(len), flags,
+    ssize_t n = recvfrom(fd_.get(), buf, static_cast<size_t>(len), flags,
                          reinterpret_cast<sockaddr*>(&sender), &size);
     if (n < 0) {
         int err = errno;
-        if (err != EAGAIN) ORVANE_ERROR_IN(method, "sockfd(%d) read error:%s", fd_, strerror(err));
+        if (err != EAGAIN)
+            ORVANE_ERROR_IN(method, "sockfd(%d) read error:%s", fd_.get(), strerror(err));
         return -1;
     }
     peerAddr = dotted(sender.sin_addr);
@@ -386,13 +389,13 @@ int UdpSocket::receiveFrom(char* buf, int len, int flags, const char* method) {
 }
 
 int UdpSocket::readData(char* buf, int len) {
-    if (!detail::checkTransfer(className, __func__, buf, len, fd_)) return -1;
+    if (!detail::checkTransfer(className, __func__, buf, len, fd_.get())) return -1;
     return receiveFrom(buf, len, 0, __func__);
 }
 
 int UdpSocket::recvData(char* buf, int len, int timeoutUs) {
-    if (!detail::checkTransfer(className, __func__, buf, len, fd_)) return -1;
-    int ready = detail::awaitFd(className, __func__, fd_, false, timeoutUs, "readfds error.");
+    if (!detail::checkTransfer(className, __func__, buf, len, fd_.get())) return -1;
+    int ready = detail::awaitFd(className, __func__, fd_.get(), false, timeoutUs, "readfds error.");
     if (ready < 1) return ready;
     return receiveFrom(buf, len, MSG_DONTWAIT, __func__);
 }
@@ -400,12 +403,12 @@ int UdpSocket::recvData(char* buf, int len, int timeoutUs) {
 int UdpSocket::sendTo(const char* data, int len, const char* method) {
     detail::ignoreSigpipe();
     sockaddr_in peer = ipv4Address(peerAddr, peerPort);
-    ssize_t n = sendto(fd_, data, static_cast<size_t>(len), 0,
+    ssize_t n = sendto(fd_.get(), data, static_cast<size_t>(len), 0,
                        reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
     if (n < 0) {
         int err = errno;
         if (err != EAGAIN && method != nullptr) {
-            ORVANE_ERROR_IN(method, "sockfd(%d) write error:%s", fd_, strerror(err));
+            ORVANE_ERROR_IN(method, "sockfd(%d) write error:%s", fd_.get(), strerror(err));
         }
         return -1;
     }
@@ -417,7 +420,7 @@ int UdpSocket::writeData(const char* data, int len) {
         ORVANE_ERROR("peer not set, peerAddr:%s, peerPort:%d.", peerAddr.c_str(), peerPort);
         return -1;
     }
-    if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
+    if (!detail::checkTransfer(className, __func__, data, len, fd_.get())) return -1;
     return sendTo(data, len, __func__);
 }
 
@@ -426,14 +429,15 @@ int UdpSocket::sendData(const char* data, int len, int timeoutUs) {
         ORVANE_ERROR("peer not set, peerAddr:%s, peerPort:%d.", peerAddr.c_str(), peerPort);
         return -1;
     }
-    if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
-    int ready = detail::awaitFd(className, __func__, fd_, true, timeoutUs, "writefds error.", ".");
+    if (!detail::checkTransfer(className, __func__, data, len, fd_.get())) return -1;
+    int ready =
+        detail::awaitFd(className, __func__, fd_.get(), true, timeoutUs, "writefds error.", ".");
     if (ready < 1) return ready;
     return sendTo(data, len, __func__);
 }
 
 int UdpSocket::writeTrace(const char* data, int len) {
-    if (!peerSet() || data == nullptr || len < 1 || fd_ < 0) return -1;
+    if (!peerSet() || data == nullptr || len < 1 || !fd_) return -1;
     return sendTo(data, len, nullptr);
 }
 

@@ -51,12 +51,12 @@ CANFrame::CANFrame(unsigned int id, const char* data, unsigned char len, unsigne
 SocketCAN::SocketCAN() : className("SocketCAN") {}
 
 bool SocketCAN::open(const std::string& name, unsigned short) {
-    if (fd_ >= 0) {
+    if (fd_.valid()) {
         ifName = name;
         return true;
     }
-    fd_ = socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC, CAN_RAW);
-    if (fd_ < 0) {
+    fd_.reset(socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC, CAN_RAW));
+    if (!fd_) {
         int err = errno;
         ORVANE_ERROR("open socket error:%s", strerror(err));
         return false;
@@ -69,12 +69,12 @@ bool SocketCAN::open(const std::string& name, unsigned short) {
                  name.c_str());
     sockaddr_can address{};
     address.can_family = AF_CAN;
-    if (ioctl(fd_, SIOCGIFINDEX, &request) != 0) {
+    if (ioctl(fd_.get(), SIOCGIFINDEX, &request) != 0) {
         close();
         return false;
     }
     address.can_ifindex = request.ifr_ifindex;
-    if (bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (bind(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         close();
         return false;
     }
@@ -97,16 +97,16 @@ int SocketCAN::recvData(char* buf, int len, int timeoutUs) {
         ORVANE_ERROR("param error,len:%d,min:%d.", len, kFrameBytes);
         return -1;
     }
-    if (fd_ < 0) {
+    if (!fd_) {
         ORVANE_ERROR("socket not open.");
         return -1;
     }
-    return detail::receiveReady(className, __func__, fd_, buf, kFrameBytes, timeoutUs, false);
+    return detail::receiveReady(className, __func__, fd_.get(), buf, kFrameBytes, timeoutUs, false);
 }
 
 int SocketCAN::sendData(const char* data, int len, int timeoutUs) {
-    if (!detail::checkTransfer(className, __func__, data, len, fd_)) return -1;
-    return detail::sendReady(className, __func__, fd_, data, len, timeoutUs);
+    if (!detail::checkTransfer(className, __func__, data, len, fd_.get())) return -1;
+    return detail::sendReady(className, __func__, fd_.get(), data, len, timeoutUs);
 }
 
 namespace {

@@ -24,7 +24,8 @@ namespace orvane {
 //     args.addFlag('v', "verbose", "more log lines (repeatable)");
 //     args.addPositional("DEVICE", "serial device, e.g. /dev/ttyS1");
 //     int baud = 0;
-//     if (!args.parse(argc, argv) || (!args.helpRequested() && !args.getInt("baud", &baud, 1200, 921600))) {
+//     if (!args.parse(argc, argv) || (!args.helpRequested() && !args.getInt("baud", &baud, 1200,
+//     921600))) {
 //         fprintf(stderr, "%s\n%s", args.error().c_str(), args.helpText().c_str());
 //         return 2;
 //     }

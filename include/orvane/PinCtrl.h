@@ -97,10 +97,10 @@ class ORVANE_API PinCtrl {
 
 // One edge event of PinChip::waitEvent.
 struct PinEvent {
-    unsigned int offset = 0;          // the line on its chip
-    bool rising = false;              // rising (inactive to active) or falling
+    unsigned int offset = 0;             // the line on its chip
+    bool rising = false;                 // rising (inactive to active) or falling
     unsigned long long timestampNs = 0;  // CLOCK_MONOTONIC, nanoseconds
-    unsigned int seqno = 0;           // the event's number among all lines of the request
+    unsigned int seqno = 0;              // the event's number among all lines of the request
 };
 
 // GPIO lines through the character device "/dev/gpiochip<N>" (the kernel's

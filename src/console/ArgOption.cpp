@@ -64,9 +64,8 @@ bool ArgOption::addFlag(char shortName, const std::string& longName, const std::
     return declare({shortName, longName, "", help, "", false, {}, {}}, __func__);
 }
 
-bool ArgOption::addOption(char shortName, const std::string& longName,
-                          const std::string& valueName, const std::string& help,
-                          const std::string& defaultValue, bool required) {
+bool ArgOption::addOption(char shortName, const std::string& longName, const std::string& valueName,
+                          const std::string& help, const std::string& defaultValue, bool required) {
     std::string shown = valueName.empty() ? "VALUE" : valueName;
     return declare({shortName, longName, shown, help, defaultValue, required, {}, {}}, __func__);
 }
@@ -117,9 +116,9 @@ ArgOption::Option* ArgOption::findLong(const std::string& longName) {
 }
 
 const ArgOption::Option* ArgOption::find(const std::string& name, const char* method) const {
-    std::string bare = name.substr(name.find_first_not_of('-') == std::string::npos
-                                       ? name.size()
-                                       : name.find_first_not_of('-'));
+    std::string bare =
+        name.substr(name.find_first_not_of('-') == std::string::npos ? name.size()
+                                                                     : name.find_first_not_of('-'));
     for (auto& option : options) {
         if ((!option.longName.empty() && option.longName == bare) ||
             (bare.size() == 1 && option.shortName == bare[0])) {
@@ -139,8 +138,8 @@ bool ArgOption::take(Option* option, const std::string& value) {
         bool allowed = false;
         for (auto& choice : option->choices) allowed = allowed || choice == value;
         if (!allowed) {
-            return fail("parse", "option " + spelled(*option) + ": '" + value +
-                                     "' is not one of " + joined(option->choices, ", "));
+            return fail("parse", "option " + spelled(*option) + ": '" + value + "' is not one of " +
+                                     joined(option->choices, ", "));
         }
     }
     option->values.push_back(value);

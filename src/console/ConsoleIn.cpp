@@ -37,8 +37,8 @@ ConsoleIn::ConsoleIn()
 ConsoleIn::~ConsoleIn() { stop(); }
 
 bool ConsoleIn::addCommand(const std::string& name, const std::string& help, Handler handler) {
-    if (name.empty() || name.find_first_of(" \t\r\n'\"\\") != std::string::npos ||
-        name == "help" || !handler) {
+    if (name.empty() || name.find_first_of(" \t\r\n'\"\\") != std::string::npos || name == "help" ||
+        !handler) {
         ORVANE_ERROR("bad command:'%s'%s", name.c_str(), handler ? "" : " (no handler)");
         return false;
     }
@@ -225,7 +225,8 @@ bool ConsoleIn::execute(const std::string& line) {
         std::lock_guard<std::mutex> lock(commandsMutex);
         if (words[0] == "help") {
             std::string text = "commands:\n  help  list the commands\n";
-            for (auto& entry : commands) text += "  " + entry.first + "  " + entry.second.help + "\n";
+            for (auto& entry : commands)
+                text += "  " + entry.first + "  " + entry.second.help + "\n";
             print(text);
             return true;
         }

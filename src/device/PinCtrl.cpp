@@ -86,8 +86,8 @@ bool PinCtrl::unexportPin(int pin) {
 
 bool PinCtrl::open(int pin, int direction) {
     close();
-    if (!validDirection(direction)) {
-        ORVANE_ERROR("bad direction:%d (0 in, 1 out)", direction);
+    if (pin < 0 || !validDirection(direction)) {
+        ORVANE_ERROR("bad pin:%d or direction:%d (0 in, 1 out)", pin, direction);
         return false;
     }
     bool wasExported = isDirectory(root_ + "/gpio" + std::to_string(pin));
@@ -159,7 +159,7 @@ int PinCtrl::getDirection() {
     std::string text = readAttr("direction", __func__);
     if (text.empty()) return -1;
     if (text == "in") return PIN_IN;
-    if (text == "out") return PIN_OUT;
+    if (text == "out" || text == "low" || text == "high") return PIN_OUT;
     ORVANE_ERROR("unknown direction:'%s'", text.c_str());
     return -1;
 }

@@ -1,11 +1,10 @@
 #include "io/SmallFile.h"
 
 #include <fcntl.h>
+#include <orvane/UniqueFd.h>
 #include <unistd.h>
 
 #include <cerrno>
-
-#include <orvane/UniqueFd.h>
 
 namespace orvane {
 namespace detail {

@@ -108,7 +108,8 @@ std::string readMac(const std::string& name, const char* method, bool quiet = fa
     if (interfaceIoctl(SIOCGIFHWADDR, &req, method, "SIOCGIFHWADDR", quiet) != 0) return "";
     int family = req.ifr_hwaddr.sa_family;
     if (family != ARPHRD_ETHER && family != ARPHRD_LOOPBACK) {
-        if (!quiet) ORVANE_SERROR_IN(method, "%s has no MAC address (type %d)", name.c_str(), family);
+        if (!quiet)
+            ORVANE_SERROR_IN(method, "%s has no MAC address (type %d)", name.c_str(), family);
         return "";
     }
     const auto* b = reinterpret_cast<const unsigned char*>(req.ifr_hwaddr.sa_data);

@@ -76,7 +76,9 @@ int SocketPair::shareEnd(int end) {
     return fd;
 }
 
-int SocketPair::releaseEnd(int end) { return openEnd(end, __func__) < 0 ? -1 : ends[end].release(); }
+int SocketPair::releaseEnd(int end) {
+    return openEnd(end, __func__) < 0 ? -1 : ends[end].release();
+}
 
 bool SocketPair::isOpen(int end) const { return (end == 0 || end == 1) && ends[end].valid(); }
 

@@ -79,8 +79,8 @@ struct SpawnSetup {
         posix_spawnattr_setsigmask(&attr, &none);
         posix_spawnattr_setsigdefault(&attr, &all);
         posix_spawnattr_setpgroup(&attr, 0);
-        posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
-                                            POSIX_SPAWN_SETPGROUP);
+        posix_spawnattr_setflags(
+            &attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
     }
     ~SpawnSetup() {
         posix_spawn_file_actions_destroy(&actions);
@@ -281,8 +281,7 @@ int System::runCommand(const std::string& command, int timeoutUs, std::string* o
     if (status == -2) {
         kill(-child, SIGKILL);
         reap(child, -1, &err);
-        ORVANE_SERROR("command '%s' still running after %d us: killed", command.c_str(),
-                      timeoutUs);
+        ORVANE_SERROR("command '%s' still running after %d us: killed", command.c_str(), timeoutUs);
         return -2;
     }
     if (status == -1) {

@@ -49,8 +49,9 @@ bool ArgOption::declare(Option option, const char* method) {
     bool shortOk = option.shortName == 0 || isalnum(static_cast<unsigned char>(option.shortName));
     bool longOk = option.longName.empty() || validLongName(option.longName);
     if (!shortOk || !longOk || (option.shortName == 0 && option.longName.empty())) {
-        return fail(method, "bad option name: '" + std::string(1, option.shortName) + "', '" +
-                                option.longName + "'");
+        std::string shortText = option.shortName != 0 ? std::string(1, option.shortName) : "";
+        return fail(method,
+                    "bad option name: short '" + shortText + "', long '" + option.longName + "'");
     }
     if ((option.shortName != 0 && findShort(option.shortName) != nullptr) ||
         (!option.longName.empty() && findLong(option.longName) != nullptr)) {

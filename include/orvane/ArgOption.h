@@ -23,13 +23,13 @@ namespace orvane {
 //     args.setChoices("parity", {"none", "odd", "even"});
 //     args.addFlag('v', "verbose", "more log lines (repeatable)");
 //     args.addPositional("DEVICE", "serial device, e.g. /dev/ttyS1");
-//     int baud = 0;
-//     if (!args.parse(argc, argv) || (!args.helpRequested() && !args.getInt("baud", &baud, 1200,
-//     921600))) {
+//     if (!args.parse(argc, argv)) {
 //         fprintf(stderr, "%s\n%s", args.error().c_str(), args.helpText().c_str());
 //         return 2;
 //     }
 //     if (args.helpRequested()) { fputs(args.helpText().c_str(), stdout); return 0; }
+//     int baud = 0;
+//     if (!args.getInt("baud", &baud, 1200, 921600)) { ... args.error() ... }
 //
 // "-h" and "--help" are declared by the constructor; when given, parse()
 // succeeds without checking required options and helpRequested() is true.

@@ -40,8 +40,9 @@ namespace orvane {
 // End of input ends the thread; isRunning() then turns false.
 // Handlers run on the console thread, one at a time, and may call print();
 // the console reads nothing while a handler runs. addCommand and print may be
-// called from any thread; start and stop from one controlling thread (stop
-// from a handler only asks the thread to end; the next stop or the
+// called from any thread (a print from another thread while a line is being
+// typed lands in the middle of it; the next key redraws the line); start and stop from one
+// controlling thread (stop from a handler only asks the thread to end; the next stop or the
 // destructor joins it). stop() wakes the thread through an eventfd at once.
 // Failures are logged once and give false.
 class ORVANE_API ConsoleIn {

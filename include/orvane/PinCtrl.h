@@ -139,8 +139,9 @@ class ORVANE_API PinChip {
 
     // Requests `offsets` (1 to 64 distinct lines below lineCount()) as
     // inputs or outputs; edge (one of PinEdge) needs PIN_IN. Outputs start
-    // inactive. Replaces an earlier request of this object. `consumer` is
-    // the name the kernel shows as the lines' user.
+    // inactive. An earlier request of this object is released first (also
+    // when this one then fails). `consumer` is the name the kernel shows as
+    // the lines' user.
     bool requestLines(const std::vector<unsigned int>& offsets, int direction,
                       int edge = PIN_EDGE_NONE, bool activeLow = false,
                       const std::string& consumer = "orvane");

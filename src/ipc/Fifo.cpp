@@ -62,7 +62,11 @@ bool Fifo::create(const std::string& path, unsigned int mode) {
 
 bool Fifo::remove(const std::string& path) {
     struct stat st;
-    if (path.empty() || ::lstat(path.c_str(), &st) != 0 || !S_ISFIFO(st.st_mode)) {
+    if (path.empty()) {
+        ORVANE_SERROR("fifo name is empty!");
+        return false;
+    }
+    if (::lstat(path.c_str(), &st) != 0 || !S_ISFIFO(st.st_mode)) {
         ORVANE_SERROR("%s is not a fifo!", path.c_str());
         return false;
     }

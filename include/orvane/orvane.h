@@ -10,15 +10,20 @@
 #include <orvane/Coroutine.h>
 #include <orvane/DataBuffer.h>
 #include <orvane/Delayer.h>
+#include <orvane/DirectFile.h>
 #include <orvane/Directory.h>
 #include <orvane/Event.h>
 #include <orvane/Export.h>
 #include <orvane/FSMachine.h>
+#include <orvane/Fifo.h>
 #include <orvane/File.h>
+#include <orvane/FilePath.h>
+#include <orvane/FileWriteProtection.h>
 #include <orvane/IODevice.h>
 #include <orvane/MemShared.h>
 #include <orvane/MsgQueue.h>
 #include <orvane/NetUtil.h>
+#include <orvane/Partition.h>
 #include <orvane/PinCtrl.h>
 #include <orvane/Pluglet.h>
 #include <orvane/Poller.h>
@@ -38,6 +43,6 @@
 #include <orvane/Time.h>
 #include <orvane/Timer.h>
 #include <orvane/Tracer.h>
-#include <orvane/UniqueFd.h>
 #include <orvane/TracerSink.h>
+#include <orvane/UniqueFd.h>
 // clang-format on

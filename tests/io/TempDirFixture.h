@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 
 #include <filesystem>
 #include <fstream>
@@ -40,6 +41,16 @@ class TempDirTest : public ::testing::Test {
     static std::string slurp(const std::string& p) {
         std::ifstream in(p, std::ios::binary);
         return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+    // What the shell command `command` prints on standard output.
+    static std::string commandOutput(const std::string& command) {
+        std::string out;
+        if (FILE* pipe = popen(command.c_str(), "r")) {
+            char chunk[512];
+            for (size_t n; (n = fread(chunk, 1, sizeof chunk, pipe)) > 0;) out.append(chunk, n);
+            pclose(pipe);
+        }
+        return out;
     }
     // The first line containing `text`, normalised; "" when none comes.
     static std::string line(const std::string& text) { return LogCapture::get().waitLine(text); }

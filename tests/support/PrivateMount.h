@@ -1,5 +1,6 @@
 #pragma once
 
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -16,16 +17,25 @@ namespace test {
 // so files the library reads at fixed paths seem to be missing. Nothing
 // outside the process sees it. Call it in a child process before it starts
 // threads (a new user namespace needs a single-threaded caller).
-inline bool hideDirectory(const char* dir) {
+// `mountFlags` and `options` ("size=1m") are those of the tmpfs.
+inline bool hideDirectory(const char* dir, unsigned long mountFlags = 0,
+                          const char* options = nullptr) {
     int flags = CLONE_NEWNS | (getuid() == 0 ? 0 : CLONE_NEWUSER);
     if (unshare(flags) != 0) return false;
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
-    return mount("none", dir, "tmpfs", 0, nullptr) == 0;
+    return mount("none", dir, "tmpfs", mountFlags, options) == 0;
 }
 
 // Whether hideDirectory works on this machine, tried in a throw-away child.
 inline bool canHideDirectory(const char* dir) {
     return succeedsInChild([dir] { return hideDirectory(dir); });
+}
+
+// Makes the calling process the unprivileged user "nobody" (65534) for good,
+// to see what a device program without root is refused. Call it in a child.
+inline bool dropPrivileges() {
+    return setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
+           setresuid(65534, 65534, 65534) == 0;
 }
 
 // Ends a death-test child: gtest keeps the child's failures to itself, so

@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+#include <orvane/FilePath.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+
+#include "io/TempDirFixture.h"
+
+namespace orvane {
+namespace {
+
+using FilePathTest = test::TempDirTest;
+namespace fs = std::filesystem;
+
+// std::filesystem is the peer: it agrees but for the trailing slash it keeps.
+std::string peerNormal(const char* path) {
+    std::string peer = fs::path(path).lexically_normal().string();
+    if (peer.size() > 1 && peer.back() == '/') peer.pop_back();
+    return peer;
+}
+
+TEST(FilePath, SplitsJoinsAndNormalisesWithoutTheDisk) {
+    const struct {
+        const char *path, *parent, *fileName, *stem, *extension;
+    } cases[] = {{"/data/logs/app.log", "/data/logs", "app.log", "app", "log"},
+                 {"/data/logs/", "/data", "logs", "logs", ""},
+                 {"a.tar.gz", "", "a.tar.gz", "a.tar", "gz"},
+                 {".profile", "", ".profile", ".profile", ""},
+                 {"dir/name.", "dir", "name.", "name.", ""},
+                 {"/", "/", "", "", ""},
+                 {"//a//b/", "//a", "b", "b", ""},
+                 {"", "", "", "", ""},
+                 {"a/./b/../../..", "a/./b/../..", "..", "..", ""},
+                 {"/../x/.", "/../x", ".", ".", ""}};
+    for (const auto& c : cases) {
+        FilePath p(c.path);
+        EXPECT_EQ(p.parent().str() + "|" + p.fileName() + "|" + p.stem() + "|" + p.extension(),
+                  std::string(c.parent) + "|" + c.fileName + "|" + c.stem + "|" + c.extension);
+        EXPECT_EQ(p.normalised().str(), peerNormal(c.path)) << c.path;
+    }
+    EXPECT_EQ(FilePath("a/..").normalised().str(), ".");
+    EXPECT_EQ((FilePath("/data") / "logs" / "a").str(), "/data/logs/a");
+    EXPECT_EQ((FilePath("/data/") / "logs").str(), "/data/logs");
+    EXPECT_EQ((FilePath("/data") / "/etc").str(), "/etc");
+    EXPECT_EQ((FilePath("data") / "").str(), "data");
+
+    const char* relations[][2] = {{"/a/b/c", "/a/x"}, {"/a/b", "/a/b/"}, {"/a", "/a/b/c"},
+                                  {"a/b", "a//./c"},  {"../a", "b"},     {"/x", "/"}};
+    for (const auto& r : relations) {
+        EXPECT_EQ(FilePath(r[0]).relativeTo(r[1]).str(),
+                  fs::path(r[0]).lexically_normal().lexically_relative(peerNormal(r[1])).string())
+            << r[0] << " from " << r[1];
+    }
+    auto& capture = test::LogCapture::fresh();
+    EXPECT_TRUE(FilePath("/a").relativeTo("a").empty());
+    EXPECT_EQ(capture.waitLine("cannot relate"),
+              "<E>DATE [FilePath::relativeTo,L#] cannot relate path(/a) to base(a): both must be "
+              "absolute or both relative!");
+    EXPECT_TRUE(FilePath("a").relativeTo("../b").empty());
+    EXPECT_NE(capture.waitLine("climbs out"), "");
+}
+
+TEST_F(FilePathTest, AnswersDiskQueriesAboutEachKindOfEntry) {
+    std::string file = put("data.bin", "12345");
+    fs::create_symlink(file, dir + "/link");
+    fs::create_symlink("missing", dir + "/dangling");
+    const struct {
+        std::string path, kinds;  // exists, file, directory, link
+        int64_t size;
+    } cases[] = {{file, "EF--", 5},           {dir + "/link", "EF-L", 5},
+                 {dir, "E-D-", -2},           {dir + "/dangling", "---L", -1},
+                 {dir + "/none", "----", -1}, {"", "----", -1}};
+    for (const auto& c : cases) {
+        FilePath p(c.path);
+        std::string kinds = std::string(p.exists() ? "E" : "-") + (p.isFile() ? "F" : "-") +
+                            (p.isDirectory() ? "D" : "-") + (p.isLink() ? "L" : "-");
+        EXPECT_EQ(kinds, c.kinds) << c.path;
+        EXPECT_TRUE(c.size == -2 || p.size() == c.size) << c.path;
+    }
+    EXPECT_EQ(line("stat(" + dir + "/none)"), "<E>DATE [FilePath::size,L#] stat(" + dir +
+                                                  "/none) error: No such file or directory!");
+    struct timespec times[2] = {{1700000000, 250000000}, {1700000000, 250000000}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+    EXPECT_EQ(FilePath(dir + "/link").modifyTime(), 1700000000250000LL);
+    EXPECT_EQ(FilePath(dir + "/none").modifyTime(), -1);
+    EXPECT_EQ(FilePath(dir + "//./link").realPath().str(), fs::canonical(file).string());
+    EXPECT_TRUE(FilePath(dir + "/dangling").realPath().empty());
+    EXPECT_EQ(FilePath("a/../b").absolute().str(), (fs::current_path() / "b").string());
+    EXPECT_TRUE(FilePath().absolute().empty());
+}
+
+}  // namespace
+}  // namespace orvane

@@ -212,8 +212,8 @@ Tracer::~Tracer() {
     }
 }
 
-void Tracer::print(int lineLevel, const char* format, ...) {
-    if (lineLevel < level.load() || format == nullptr) return;
+void Tracer::printLine(const char* format, ...) {
+    if (format == nullptr) return;
     // Formatted on the caller's stack, so threads format in parallel and the
     // queue lock covers only the append. The formatter writes what it needs;
     // nothing is zeroed first.

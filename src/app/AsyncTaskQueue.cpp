@@ -51,7 +51,15 @@ void AsyncTaskQueue::worker(SchedParam param) {
 void AsyncTaskQueue::putTask(const Task& task, const std::string& taskName) {
     if (!running) return;
     // Copied before the lock, so the workers wait only for the move.
-    std::pair<std::string, Task> entry(taskName, task);
+    append(std::pair<std::string, Task>(taskName, task));
+}
+
+void AsyncTaskQueue::putTask(Task&& task, std::string&& taskName) {
+    if (!running) return;
+    append(std::pair<std::string, Task>(std::move(taskName), std::move(task)));
+}
+
+void AsyncTaskQueue::append(std::pair<std::string, Task>&& entry) {
     {
         std::lock_guard<std::mutex> lock(mutex);
         tasks.push_back(std::move(entry));

@@ -4,6 +4,7 @@
 
 #include <chrono>
 
+#include "base/BriefSpin.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -61,7 +62,8 @@ void AsyncTaskQueue::putTask(Task&& task, std::string&& taskName) {
 
 void AsyncTaskQueue::append(std::pair<std::string, Task>&& entry) {
     {
-        std::lock_guard<std::mutex> lock(mutex);
+        // Held for the move into the deque only.
+        std::unique_lock<std::mutex> lock = detail::lockBriefly(mutex);
         tasks.push_back(std::move(entry));
     }
     ++count;
@@ -69,7 +71,7 @@ void AsyncTaskQueue::append(std::pair<std::string, Task>&& entry) {
 }
 
 std::pair<std::string, AsyncTaskQueue::Task> AsyncTaskQueue::getTask() {
-    std::unique_lock<std::mutex> lock(mutex);
+    std::unique_lock<std::mutex> lock = detail::lockBriefly(mutex);
     if (tasks.empty()) {
         // Read the clock only when there is something to wait for: a busy
         // queue hands out tasks without it.

@@ -42,13 +42,12 @@ struct Device {
     int session = 0;
 
     void logged(int fd) {
-        ORVANE_INFO("port %s opened on fd %d, session %d is ready for data.", "/dev/ttyS1", fd,
+        ORVANE_WARN("port %s opened on fd %d, session %d is ready for data.", "/dev/ttyS1", fd,
                     ++session);
     }
-    void filtered(int fd) {
-        ORVANE_LOG_AS(0, "D", className.c_str(), __func__,
-                      "port %s opened on fd %d, session %d is ready for data.", "/dev/ttyS1", fd,
-                      ++session);
+    void noted(int fd) {
+        ORVANE_NOTE("port %s opened on fd %d, session %d is ready for data.", "/dev/ttyS1", fd,
+                    ++session);
     }
 };
 
@@ -60,14 +59,33 @@ void BM_Tracer_Print(benchmark::State& state) {
 }
 BENCHMARK(BM_Tracer_Print)->Threads(1)->Threads(2)->UseRealTime();
 
+// An info line while the Tracer shows warnings and above: the macro checks
+// the level before it evaluates any argument.
 void BM_Tracer_Filtered(benchmark::State& state) {
-    startedTracer();
+    orvane::Tracer& tracer = startedTracer();
+    tracer.setLevel(2);
     Device device;
-    for (auto _ : state) device.filtered(7);
+    for (auto _ : state) device.noted(7);
+    tracer.setLevel(1);
     benchmark::DoNotOptimize(device.session);
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_Tracer_Filtered);
+
+// The same filtered line through Tracer::print itself, as a program that does
+// not use the library's macros writes it: the arguments are evaluated, as
+// they are for spdlog, and print checks the level before anything else.
+void BM_Tracer_PrintFiltered(benchmark::State& state) {
+    orvane::Tracer& tracer = startedTracer();
+    int session = 0;
+    for (auto _ : state) {
+        tracer.print(0, "<D>[%s::%s,L%d] port %s opened on fd %d, session %d is ready for data.",
+                     "SerialPort", "filtered", __LINE__, "/dev/ttyS1", 7, ++session);
+    }
+    benchmark::DoNotOptimize(session);
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_Tracer_PrintFiltered);
 
 #ifdef ORVANE_BENCH_HAVE_SPDLOG
 std::shared_ptr<spdlog::logger> asyncLogger() {
@@ -77,7 +95,7 @@ std::shared_ptr<spdlog::logger> asyncLogger() {
         auto created = std::make_shared<spdlog::async_logger>("bench", sink, spdlog::thread_pool(),
                                                               spdlog::async_overflow_policy::block);
         // The same shape: tag, local date-time, then the caller's header and text.
-        created->set_pattern("<I>%Y-%m-%d %H:%M:%S %v");
+        created->set_pattern("<W>%Y-%m-%d %H:%M:%S %v");
         return created;
     }();
     return logger;
@@ -87,7 +105,7 @@ void BM_Spdlog_Async(benchmark::State& state) {
     auto logger = asyncLogger();
     int session = 0;
     for (auto _ : state) {
-        logger->info("[{}::{},L{}] port {} opened on fd {}, session {} is ready for data.",
+        logger->warn("[{}::{},L{}] port {} opened on fd {}, session {} is ready for data.",
                      "SerialPort", "logged", __LINE__, "/dev/ttyS1", 7, ++session);
     }
     state.SetItemsProcessed(state.iterations());

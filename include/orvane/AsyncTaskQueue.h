@@ -19,9 +19,19 @@ namespace orvane {
 // task receives its own name. Workers are named "<queue name>_<task id>" and
 // poll the queue with a 10 ms wait, so shutdown takes up to 10 ms after the
 // running tasks end. Tasks put before init() or during destruction are
-// dropped silently; waiting tasks are discarded by the destructor. A task
-// that throws ends its worker. putTask may be called from any thread,
-// including from a task.
+// dropped silently; waiting tasks are discarded by the destructor. putTask
+// may be called from any thread, including from a task.
+//
+// Behaviour that surprises:
+// - An exception thrown by a task ends the worker that ran it, silently. The
+//   pool has one worker fewer for good, yet idles() still counts it, and the
+//   task stays in size() until clear().
+// - An empty task (a Task holding no function) is accepted and counted but
+//   never run, so it stays in size() (and keeps idles() one lower) until
+//   clear().
+// - size() counts waiting and running tasks; after clear() while tasks run,
+//   their completion drives it below zero and idles() above the number of
+//   workers.
 class ORVANE_API AsyncTaskQueue {
   public:
     using Task = std::function<void(const std::string&)>;
@@ -32,7 +42,13 @@ class ORVANE_API AsyncTaskQueue {
     AsyncTaskQueue& operator=(const AsyncTaskQueue&) = delete;
 
     bool init(int workers, const SchedParam& param);
+    // Appends a task and wakes one worker; dropped silently when the queue is
+    // not running (before init(), during destruction). Any thread, including
+    // a task. Costs a copy of the function object and the name (allocations
+    // when they do not fit in place), the queue lock and one notification.
     void putTask(const Task& task, const std::string& name);
+    // The same, taking the function object and the name over instead of copying them.
+    void putTask(Task&& task, std::string&& name);
     // The first waiting task, waiting at most 10 ms; empty name and function when none came.
     std::pair<std::string, Task> getTask();
     void clear();
@@ -45,6 +61,7 @@ class ORVANE_API AsyncTaskQueue {
 
   private:
     void worker(SchedParam param);
+    void append(std::pair<std::string, Task>&& entry);
 
     std::string name;
     int workers;

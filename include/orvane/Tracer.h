@@ -27,11 +27,42 @@ extern template class ORVANE_API Singleton<Tracer>;
 // still queued when the process ends are delivered by the destructor, but a
 // process that calls _exit loses the last batch.
 // Any thread may print; print never waits on an output device.
+//
+// Behaviour that surprises:
+// - A line whose "<L" tag holds no number the sink thread can read ("<Lx>",
+//   "<L>", a number beyond int, no closing '>') ends the sink thread: the
+//   lines after it in the same pass are lost, nothing more reaches the sinks
+//   until the process exits (the destructor then reports the error to the
+//   system log and delivers what was queued since), and start() and
+//   addSink() stay refused.
+// - The queue has no bound: a program that never calls start(), or whose
+//   sink stalls, keeps every line it logs in memory until it exits.
+// - A filtered print() formats nothing, but its arguments are evaluated
+//   before the call (a date string built by the caller, for example); check
+//   enabled() first when they cost something.
+// - addSink() refuses a second console sink by comparing the base name that
+//   every sink shares ("TracerSink"), so it never matches: two STDSinks are
+//   both registered and every line is printed twice.
 class ORVANE_API Tracer : public Singleton<Tracer> {
   public:
     ~Tracer();
 
-    void print(int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+    // Formats one line with the printf format and queues it, when lineLevel
+    // passes the filter level. The level is compared here, in the caller,
+    // before anything else: a filtered call costs one atomic load and makes
+    // no call, formats nothing and takes no lock. The call's arguments are
+    // still evaluated, as for any function, so a caller whose arguments cost
+    // something to build checks enabled() first. The line's tag (its first
+    // three characters), not lineLevel, decides the level the sinks hear.
+    // The compiler does not check the format against the arguments; pass
+    // only what printf takes (no std::string). A null format queues nothing.
+    // Each program keeps its own copies of this template; none is exported.
+    template <typename... Args>
+    __attribute__((visibility("hidden"))) void print(int lineLevel, const char* format,
+                                                     Args... args) {
+        if (!enabled(lineLevel)) return;
+        printLine(format, args...);
+    }
     // Stores 0..4 as the filter level; every sink hears the value (negative as 0).
     void setLevel(int level);
     int getLevel() const { return level.load(); }
@@ -46,6 +77,8 @@ class ORVANE_API Tracer : public Singleton<Tracer> {
   private:
     friend class Singleton<Tracer>;
     Tracer();
+    // The work of print once the line has passed the filter.
+    void printLine(const char* format, ...);
     void sinkLoop();
 
     std::string name;

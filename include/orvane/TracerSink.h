@@ -36,6 +36,9 @@ class ORVANE_API TracerSink {
 
 // Writes each line of levels 0..4 to standard output, coloured by level
 // (level 1 plain), followed by a newline; user levels above 4 are dropped.
+// Add one only: Tracer::addSink's check for a second console sink compares
+// the base name ("TracerSink"), never "STDSink", so two STDSinks both print
+// every line.
 class ORVANE_API STDSink : public TracerSink {
   public:
     STDSink();

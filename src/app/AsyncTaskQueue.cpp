@@ -4,6 +4,7 @@
 
 #include <chrono>
 
+#include "base/BriefSpin.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -51,9 +52,18 @@ void AsyncTaskQueue::worker(SchedParam param) {
 void AsyncTaskQueue::putTask(const Task& task, const std::string& taskName) {
     if (!running) return;
     // Copied before the lock, so the workers wait only for the move.
-    std::pair<std::string, Task> entry(taskName, task);
+    append(std::pair<std::string, Task>(taskName, task));
+}
+
+void AsyncTaskQueue::putTask(Task&& task, std::string&& taskName) {
+    if (!running) return;
+    append(std::pair<std::string, Task>(std::move(taskName), std::move(task)));
+}
+
+void AsyncTaskQueue::append(std::pair<std::string, Task>&& entry) {
     {
-        std::lock_guard<std::mutex> lock(mutex);
+        // Held for the move into the deque only.
+        std::unique_lock<std::mutex> lock = detail::lockBriefly(mutex);
         tasks.push_back(std::move(entry));
     }
     ++count;
@@ -61,7 +71,7 @@ void AsyncTaskQueue::putTask(const Task& task, const std::string& taskName) {
 }
 
 std::pair<std::string, AsyncTaskQueue::Task> AsyncTaskQueue::getTask() {
-    std::unique_lock<std::mutex> lock(mutex);
+    std::unique_lock<std::mutex> lock = detail::lockBriefly(mutex);
     if (tasks.empty()) {
         // Read the clock only when there is something to wait for: a busy
         // queue hands out tasks without it.

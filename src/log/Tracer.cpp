@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <thread>
 
+#include "base/BriefSpin.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -18,16 +18,6 @@ template class Singleton<Tracer>;
 namespace {
 
 constexpr size_t kLineBytes = 4096;
-
-// Tells the CPU that this is a spin-wait loop (saves power, frees the
-// sibling hyper-thread); a no-op where the architecture has no such hint.
-inline void cpuRelax() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__) || defined(__arm__)
-    asm volatile("yield" ::: "memory");
-#endif
-}
 
 // Queue storage always kept between delivery passes; more is kept only while
 // the lines of a pass fill at least a quarter of it.
@@ -212,8 +202,8 @@ Tracer::~Tracer() {
     }
 }
 
-void Tracer::print(int lineLevel, const char* format, ...) {
-    if (lineLevel < level.load() || format == nullptr) return;
+void Tracer::printLine(const char* format, ...) {
+    if (format == nullptr) return;
     // Formatted on the caller's stack, so threads format in parallel and the
     // queue lock covers only the append. The formatter writes what it needs;
     // nothing is zeroed first.
@@ -231,17 +221,8 @@ void Tracer::print(int lineLevel, const char* format, ...) {
     }
     // At exactly 4095 the formatter wrote 4094 characters; the line keeps its NUL.
     uint16_t size = static_cast<uint16_t>(length);
-    // The append takes a few tens of nanoseconds, far less than putting a
-    // thread to sleep on the lock and waking it; a caller that finds the
-    // lock taken tries again briefly before it blocks. On one core the
-    // holder cannot run meanwhile, so there it blocks at once.
-    static const int spins = std::thread::hardware_concurrency() > 1 ? 100 : 0;
-    std::unique_lock<std::mutex> lock(queueMutex, std::try_to_lock);
-    for (int spin = 0; !lock.owns_lock() && spin < spins; ++spin) {
-        cpuRelax();
-        lock.try_lock();
-    }
-    if (!lock.owns_lock()) lock.lock();
+    // The append takes a few tens of nanoseconds.
+    std::unique_lock<std::mutex> lock = detail::lockBriefly(queueMutex);
     pending.append(reinterpret_cast<const char*>(&size), sizeof size);
     pending.append(buffer, length);
 }

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <thread>
 
 #include "support/Eventually.h"
@@ -112,6 +113,24 @@ TEST(AsyncTaskQueue, DestructionDiscardsWaitingTasksAfterTheRunningOneEnds) {
     EXPECT_EQ(gate.done, 1);
     EXPECT_EQ(later, 0);
     EXPECT_EQ(threadsNamed("discarding_"), 0u);
+}
+
+TEST(AsyncTaskQueue, AThrowingTaskEndsItsWorkerAndUnfinishedTasksStayCountedUntilClear) {
+    AsyncTaskQueue queue("throwing");
+    ASSERT_TRUE(queue.init(2, SchedParam()));
+    ASSERT_TRUE(eventually([&] { return threadsNamed("throwing_") == 2; }));
+    queue.putTask(AsyncTaskQueue::Task(), "empty");
+    queue.putTask([](const std::string&) { throw std::runtime_error("task failed"); }, "throws");
+    ASSERT_TRUE(eventually([&] { return threadsNamed("throwing_") == 1; }));
+    std::atomic<int> ran{0};
+    queue.putTask([&](const std::string&) { ++ran; }, "after");
+    // The remaining worker runs it; the empty and the throwing task never finish.
+    ASSERT_TRUE(eventually([&] { return ran == 1 && queue.size() == 2; }));
+    EXPECT_EQ(queue.idles(), 0);
+    queue.clear();
+    EXPECT_EQ(queue.size(), 0);
+    EXPECT_EQ(queue.idles(), 2);  // the ended worker still counts
+    EXPECT_EQ(threadsNamed("throwing_"), 1u);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <orvane/StrUtil.h>
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstdio>
@@ -27,7 +28,7 @@ struct Probe {
     std::string className = "Probe";
     void fail(int code) { ORVANE_ERROR("probe failed: %d", code); }
     void warn() { ORVANE_WARN("probe warned"); }
-    void tell() { ORVANE_INFO("probe told %s", "x"); }
+    void tell() { ORVANE_NOTE("probe told %s", "x"); }
     void enter() { ORVANE_NOTE_IN("operator()", "[%s] probe entered.", "p"); }
     static void check() { ORVANE_SERROR("probe checked %d", 2); }
 };
@@ -44,7 +45,7 @@ TEST(Tracer, DeliversLibraryLinesInTheirExactShape) {
     { TraceDuration never("never scope", 60000); }
     EXPECT_EQ(capture.waitLine("probe failed"), "<E>DATE [Probe::fail,L#] probe failed: 7");
     EXPECT_EQ(capture.waitLine("probe warned"), "<W>DATE [Probe::warn,L#] probe warned");
-    EXPECT_EQ(capture.waitLine("probe told"), "<I>DATE [Probe::tell,L#] probe told x");
+    EXPECT_EQ(capture.waitLine("probe told"), "<I>DATE [Probe::tell] probe told x");
     EXPECT_EQ(capture.waitLine("probe entered"), "<I>DATE [Probe::operator()] [p] probe entered.");
     EXPECT_EQ(capture.waitLine("probe checked"), "<E>DATE [check,L#] probe checked 2");
     std::string line = capture.waitLine("always scope");
@@ -175,6 +176,27 @@ TEST(TracerDeathTest, DeliversWhatIsLeftWhenTheProcessExits) {
         },
         ::testing::ExitedWithCode(0),
         "A flushed\nexiting\nA2:<W>queued without a sink\nA3:<E>never started\n");
+}
+
+TEST(TracerDeathTest, AnUnreadableUserLevelEndsTheSinkThreadUntilExit) {
+    EXPECT_EXIT(
+        {
+            Tracer& tracer = Tracer::getInstance();
+            tracer.addSink(std::make_shared<StderrSink>("A"));
+            size_t before = test::threadCount();
+            tracer.start();
+            tracer.print(1, "<Lx>unreadable");
+            // The sink thread ends on the line; nothing is delivered after it.
+            for (int i = 0; i < 3000 && test::threadCount() > before; ++i) usleep(1000);
+            fprintf(stderr, "sink thread %s\n", test::threadCount() > before ? "runs" : "ended");
+            tracer.print(1, "<I>after the unreadable line");
+            tracer.start();  // still counts as running: does nothing
+            usleep(30000);
+            fprintf(stderr, "exiting\n");
+            exit(0);
+        },
+        ::testing::ExitedWithCode(0),
+        "^sink thread ended\nexiting\nA1:<I>after the unreadable line\n$");
 }
 
 }  // namespace

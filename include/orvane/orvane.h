@@ -35,4 +35,11 @@
 #include <orvane/Tracer.h>
 #include <orvane/UniqueFd.h>
 #include <orvane/TracerSink.h>
+#include <orvane/Array.h>
+#include <orvane/Base64.h>
+#include <orvane/Endian.h>
+#include <orvane/MD5Check.h>
+#include <orvane/Regex.h>
+#include <orvane/UnitTest.h>
+#include <orvane/Version3.h>
 // clang-format on

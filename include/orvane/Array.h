@@ -68,15 +68,12 @@ class Array {
     }
 
     // Appends a copy / the moved value; false (logged) when full.
-    bool push(const T& value) { return emplace(value); }
-    bool push(T&& value) { return emplace(std::move(value)); }
+    bool push(const T& value) { return placeBack("push", value); }
+    bool push(T&& value) { return placeBack("push", std::move(value)); }
     // Appends a T built from args in place; false (logged) when full.
     template <typename... Args>
     bool emplace(Args&&... args) {
-        if (size_ == N) return refuse("emplace", "full (capacity %zu)", N);
-        new (slot(size_)) T(std::forward<Args>(args)...);
-        ++size_;
-        return true;
+        return placeBack("emplace", std::forward<Args>(args)...);
     }
     // Removes the last element, moving it to *out when out is not null;
     // false (logged) when empty.
@@ -148,6 +145,13 @@ class Array {
     const char* logName_ = className;
 
   private:
+    template <typename... Args>
+    bool placeBack(const char* op, Args&&... args) {
+        if (size_ == N) return refuse(op, "full (capacity %zu)", N);
+        new (slot(size_)) T(std::forward<Args>(args)...);
+        ++size_;
+        return true;
+    }
     T* outOfRange(const char* op, size_t index) const {
         if (size_ == 0) {
             refuse(op, "index %zu out of range: empty", index);

@@ -133,8 +133,8 @@ struct Printable<T, decltype(void(std::declval<std::ostream&>() << std::declval<
 // one, else "<unprintable>". Strings are quoted.
 template <typename T>
 std::string show(const T& value) {
-    if constexpr (std::is_same<std::decay_t<T>, const char*>::value ||
-                  std::is_same<std::decay_t<T>, char*>::value) {
+    if constexpr (std::is_pointer<T>::value &&
+                  std::is_same<std::remove_cv_t<std::remove_pointer_t<T>>, char>::value) {
         return value == nullptr ? std::string("(null)") : "\"" + std::string(value) + "\"";
     } else if constexpr (std::is_convertible<const T&, std::string>::value &&
                          !std::is_same<T, std::nullptr_t>::value) {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "ToolRun.h"
-#include "support/LogCapture.h"
+#include "support/Refusal.h"
 
 namespace orvane {
 namespace {
@@ -81,9 +81,6 @@ TEST(MD5Check, RefusesABadFileOrDigestWithOneLine) {
         {path, "00000000000000000000000000000000",
          "<E>DATE [checkFile,L#] md5 mismatch for " + path +
              ": expected 00000000000000000000000000000000, got 900150983cd24fb0d6963f7d28e17f72"},
-        {path, "900150983cd24fb0d6963f7d28e17f7",
-         "<E>DATE [fromHex,L#] not an md5 digest (32 hex digits): "
-         "\"900150983cd24fb0d6963f7d28e17f7\""},
         {path, "900150983cd24fb0d6963f7d28e17f7g",
          "<E>DATE [fromHex,L#] not an md5 digest (32 hex digits): "
          "\"900150983cd24fb0d6963f7d28e17f7g\""},
@@ -93,11 +90,7 @@ TEST(MD5Check, RefusesABadFileOrDigestWithOneLine) {
          "<E>DATE [MD5Check::updateFile,L#] read /proc/self error: Is a directory"},
     };
     for (const Case& c : cases) {
-        bool ok = true;
-        auto lines = test::LogCapture::get().linesDuring(
-            [&] { ok = MD5Check::checkFile(c.file, c.expected); });
-        EXPECT_FALSE(ok) << c.line;
-        EXPECT_EQ(lines, std::vector<std::string>{c.line});
+        test::expectRefusal([&] { return MD5Check::checkFile(c.file, c.expected); }, c.line);
     }
     EXPECT_EQ(MD5Check::hexOfFile(missing), "");
     unlink(path.c_str());

@@ -21,10 +21,8 @@ TEST(Regex, MatchesWholeTextsAndSearchesWithGroups) {
     const std::vector<Case> cases = {
         {"^([a-z]+)=([0-9]+)$", "baud=115200", true, {"baud=115200", "baud", "115200"}},
         {"[0-9]+", "port 8080 and 9090", false, {"8080"}},
-        {"[0-9]+", "8080", true, {"8080"}},
         {"a|ab", "ab", true, {"ab"}},  // POSIX: the longest of the leftmost matches
         {"(x)?y", "y", true, {"y", ""}},
-        {"colou?r", "the color red", false, {"color"}},
         {"^$", "", true, {""}},
         {"z", "abc", false, {}},
         {"b.d", std::string("ab\0d", 4) + "bcd", false, {"bcd"}},
@@ -84,7 +82,6 @@ TEST(Regex, ABadPatternLogsOnceAndRefusesEverything) {
     };
     const std::vector<Case> cases = {
         {"(unclosed", "<E>DATE [Regex::Regex,L#] bad pattern \"(unclosed\": Unmatched ( or \\("},
-        {"[z-a]", "<E>DATE [Regex::Regex,L#] bad pattern \"[z-a]\": Invalid range end"},
         {std::string("a\0b", 3), "<E>DATE [Regex::Regex,L#] bad pattern: a NUL byte at offset 1"},
     };
     for (const Case& c : cases) {

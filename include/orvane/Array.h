@@ -136,9 +136,13 @@ class Array {
     const T* end() const { return slot(size_); }
 
   protected:
-    template <typename... Args>
-    bool refuse(const char* op, const char* fmt, Args... args) const {
-        detail::logRefusal(logName_, op, fmt, args...);
+    bool refuse(const char* op, const char* text) const {
+        detail::logRefusal(logName_, op, "%s", text);
+        return false;
+    }
+    template <typename First, typename... Args>
+    bool refuse(const char* op, const char* fmt, First first, Args... args) const {
+        detail::logRefusal(logName_, op, fmt, first, args...);
         return false;
     }
     // The class name log lines print; ByteArray sets its own.

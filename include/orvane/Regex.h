@@ -78,7 +78,9 @@ class ORVANE_API Regex {
 
   private:
     struct Compiled;
-    // The match of at most `slots` spans at or after `from`; false when none.
+    // The first match at or after byte `from`: start and end offsets of the
+    // whole match, then of each group (-1, -1 for a group not taking part).
+    // False when there is none or the object is invalid.
     bool exec(const std::string& text, size_t from, std::vector<long>* spans) const;
 
     std::string pattern_;

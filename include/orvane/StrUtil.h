@@ -12,7 +12,7 @@ namespace orvane {
 // state: every operation may be called from any thread at the same time.
 //
 // Conversions from text report failure by a false result, leave the output
-// untouched and log one line ("[StrUtil::<op> ...]" through the static form):
+// untouched and log one line naming the operation ("[toInt,L<n>] ..."):
 // text that is not a number, has anything before or after it (blanks
 // included: trim first), or does not fit. They never throw. Characters are
 // bytes: trimming and case changes touch ASCII only and leave UTF-8

@@ -30,8 +30,10 @@
 // The program then takes "--filter=Suite.*" (':'-separated patterns with
 // '*' and '?'; a part after '-' excludes), "--junit=report.xml", "--list"
 // and "--help". It prints one line per test, the failures with file and
-// line, and closes with exactly "N passed, N failed" on its own line; its
-// exit status is 0 only when nothing failed.
+// line, and closes with exactly "N passed, N failed" on its own line (a
+// test ended by ORVANE_SKIP counts in neither; an "N skipped" line comes
+// before). Its exit status is 0 when nothing failed, 1 when a test failed
+// and 2 for a bad option or a report that could not be written.
 //
 // EXPECT_* assertions record a failure and let the test go on; ASSERT_*
 // ones also return from the test function (so use them only in the test

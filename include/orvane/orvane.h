@@ -5,13 +5,16 @@
 #include <orvane/AnyPacket.h>
 #include <orvane/Application.h>
 #include <orvane/ArgOption.h>
+#include <orvane/Array.h>
 #include <orvane/AsyncTaskQueue.h>
+#include <orvane/Base64.h>
 #include <orvane/ConsoleIn.h>
 #include <orvane/Coroutine.h>
 #include <orvane/DataBuffer.h>
 #include <orvane/Delayer.h>
 #include <orvane/DirectFile.h>
 #include <orvane/Directory.h>
+#include <orvane/Endian.h>
 #include <orvane/Event.h>
 #include <orvane/Export.h>
 #include <orvane/FSMachine.h>
@@ -20,6 +23,7 @@
 #include <orvane/FilePath.h>
 #include <orvane/FileWriteProtection.h>
 #include <orvane/IODevice.h>
+#include <orvane/MD5Check.h>
 #include <orvane/MemShared.h>
 #include <orvane/MsgQueue.h>
 #include <orvane/NetUtil.h>
@@ -27,6 +31,7 @@
 #include <orvane/PinCtrl.h>
 #include <orvane/Pluglet.h>
 #include <orvane/Poller.h>
+#include <orvane/Regex.h>
 #include <orvane/Semaphore.h>
 #include <orvane/SerialPort.h>
 #include <orvane/Server.h>
@@ -45,4 +50,6 @@
 #include <orvane/Tracer.h>
 #include <orvane/TracerSink.h>
 #include <orvane/UniqueFd.h>
+#include <orvane/UnitTest.h>
+#include <orvane/Version3.h>
 // clang-format on

@@ -72,7 +72,8 @@ TEST(DateTime, ConvertsBetweenEpochLocalAndUTCInTheZoneItSets) {
     }
     // Daylight saving all year round: two hours east, one more with daylight saving.
     setenv("TZ", "EET-2EEST,0/0,J365/25", 1);
-    EXPECT_EQ(DateTime::tzDiffSecs(false) + DateTime::tzDiffSecs(true), 7200 + 10800);
+    EXPECT_EQ(DateTime::tzDiffSecs(false), 7200);
+    EXPECT_EQ(DateTime::tzDiffSecs(true), 10800);
 }
 
 TEST(DateTime, LeapYearsAndWeekdaysAcrossTheGregorianSwitch) {

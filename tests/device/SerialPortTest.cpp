@@ -5,9 +5,6 @@
 #include <orvane/SerialPort.h>
 #include <poll.h>
 #include <pty.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -140,22 +137,6 @@ TEST(SerialPort, ConfiguresExchangesWaitsAndDrivesRs485OverAPty) {
     ioctlCalls = nullptr;
     // datamode 1 is only stored
     EXPECT_EQ(calls, (std::vector<long>{TIOCSRS485, 0, 16, 1, 16, 0}));
-}
-
-TEST(SerialPort, ExchangesDataWithSocatAsTheExternalPeer) {
-    const std::string ends[2] = {test::tempPath("socat-a"), test::tempPath("socat-b")};
-    std::string a = "pty,raw,echo=0,link=" + ends[0], b = "pty,raw,echo=0,link=" + ends[1];
-    char* argv[] = {const_cast<char*>("socat"), &a[0], &b[0], nullptr};
-    pid_t pid = -1;
-    if (posix_spawnp(&pid, "socat", nullptr, nullptr, argv, environ)) GTEST_SKIP() << "no socat";
-    for (int i = 0; i < 500 && access(ends[1].c_str(), F_OK) != 0; ++i) usleep(10000);
-    SerialPort port;
-    int peer = ::open(ends[1].c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    EXPECT_TRUE(port.open(ends[0], 2));
-    exchange(port, peer);
-    ::close(peer);
-    kill(pid, SIGTERM);
-    waitpid(pid, nullptr, 0);
 }
 
 TEST(SerialPort, RefusesBadInputWithItsLineAndLeaksNothing) {

@@ -51,24 +51,9 @@ TEST(TimerManager, FiresOneShotAndPeriodicTimersFromRegistration) {
     EXPECT_TRUE(manager.stop());
 }
 
-TEST(RTimer, RejectsBadParametersWithItsParamErrorLine) {
-    auto& capture = LogCapture::get();
-    Recorder listener(0);
-    const std::tuple<int, int, TimerListener*, const char*> cases[] = {
-        {1, 0, &listener, "param error, id:1, timeout:0, listener:0x"},
-        {-3, 10, &listener, "param error, id:-3, timeout:10, listener:0x"},
-        {4, 10, nullptr, "param error, id:4, timeout:10, listener:0x0"},
-    };
-    for (const auto& [id, periodMs, who, text] : cases) {
-        EXPECT_FALSE(RTimer(who, id).start(periodMs, true));
-        std::string line = capture.waitLine(text);
-        EXPECT_EQ(line.rfind(std::string("<E>DATE [RTimer::start,L#] ") + text, 0), 0u) << line;
-    }
-}
-
 // Also checks that every kind of timer, destroyed while it runs, leaves no
 // thread or descriptor behind.
-TEST(RTimerAndHRTimer, FirePeriodicallyAndOnceForOneShot) {
+TEST(RTimerAndHRTimer, RefuseBadParametersFirePeriodicallyAndOnceForOneShot) {
     LogCapture::get();
     size_t threads = threadCount();
     int fds = openFdCount();
@@ -79,6 +64,16 @@ TEST(RTimerAndHRTimer, FirePeriodicallyAndOnceForOneShot) {
         RTimer rTimer(real, 7);
         HRTimer hrTimer(high, 3);
         EXPECT_FALSE(hrTimer.start(0, true));
+        const std::tuple<int, int, TimerListener*, const char*> bad[] = {
+            {1, 0, &real, "param error, id:1, timeout:0, listener:0x"},
+            {-3, 10, &real, "param error, id:-3, timeout:10, listener:0x"},
+            {4, 10, nullptr, "param error, id:4, timeout:10, listener:0x0"},
+        };
+        for (const auto& [id, periodMs, who, text] : bad) {
+            EXPECT_FALSE(RTimer(who, id).start(periodMs, true));
+            std::string line = LogCapture::get().waitLine(text);
+            EXPECT_EQ(line.rfind(std::string("<E>DATE [RTimer::start,L#] ") + text, 0), 0u) << line;
+        }
         ASSERT_TRUE(rTimer.start(20, true));
         ASSERT_TRUE(rTimer.start(10, true));  // a running timer starts anew
         ASSERT_TRUE(hrTimer.start(10, true));

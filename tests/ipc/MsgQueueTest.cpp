@@ -40,7 +40,7 @@ bool holds(const MsgBody& msg, int type, const std::string& text) {
 
 int uniqueKey() { return 0x4f000000 | ::getpid(); }
 
-TEST_F(MsgQueueTest, HoldsTenRecordsInOrderAndNeverWaits) {
+TEST_F(MsgQueueTest, HoldsTenRecordsInOrderNeverWaitsAndIsSharedAcrossFork) {
     test::LogCapture::get().clear();
     auto& factory = MsgQueueFactory::getInstance();
     std::shared_ptr<MsgQueue> queue = factory.getMsgQueue(uniqueKey() + 1);
@@ -52,9 +52,13 @@ TEST_F(MsgQueueTest, HoldsTenRecordsInOrderAndNeverWaits) {
     for (int i = 1; i <= 10; ++i) EXPECT_EQ(queue->sendMsg(record(i, std::to_string(i))), 0);
     EXPECT_EQ(queue->sendMsg(record(11, "one too many")), -1);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+    EXPECT_TRUE(test::succeedsInChild([&] {
+        MsgBody theirs{};
+        return queue->recvMsg(theirs, 0) == 0 && holds(theirs, 1, "1") && queue->clearMsg(0) == 0 &&
+               queue->sendMsg(record(2, "from child")) == 0;
+    }));
     ASSERT_EQ(queue->recvMsg(got, 0), 0);
-    EXPECT_TRUE(holds(got, 1, "1"));
-    EXPECT_EQ(queue->clearMsg(0), 0);
+    EXPECT_TRUE(holds(got, 2, "from child"));
     EXPECT_EQ(queue->recvMsg(got, 0), -1);
     EXPECT_TRUE(test::LogCapture::get().matching("[MsgQueue::").empty());
 }
@@ -66,6 +70,8 @@ TEST_F(MsgQueueTest, RefusesRecordsWithABadTypeOrLengthWithoutLeaking) {
         MsgBody got{};
         MsgQueue queue(uniqueKey());
         ASSERT_TRUE(queue.initialize());
+        // Every queue is named from the key -1, whatever key it was given.
+        EXPECT_EQ(::access("/dev/mqueue/mq_ffffffff", F_OK), 0);
         EXPECT_EQ(queue.sendMsg(record(0, "x")), -1);
         EXPECT_EQ(capture.waitLine("msg type"),
                   "<E>DATE [MsgQueue::sendMsg,L#] msg type must be greater than zero!");
@@ -80,20 +86,6 @@ TEST_F(MsgQueueTest, RefusesRecordsWithABadTypeOrLengthWithoutLeaking) {
         EXPECT_EQ(got.len, 127);
     }
     EXPECT_EQ(test::openFdCount(), fds);
-}
-
-TEST_F(MsgQueueTest, CarriesRecordsBetweenParentAndChildAcrossFork) {
-    MsgQueue queue(uniqueKey());
-    ASSERT_TRUE(queue.initialize());
-    ASSERT_EQ(queue.sendMsg(record(1, "to child")), 0);
-    EXPECT_TRUE(test::succeedsInChild([&] {
-        MsgBody got{};
-        return queue.recvMsg(got, 0) == 0 && holds(got, 1, "to child") &&
-               queue.sendMsg(record(2, "from child")) == 0;
-    }));
-    MsgBody got{};
-    ASSERT_EQ(queue.recvMsg(got, 0), 0);
-    EXPECT_TRUE(holds(got, 2, "from child"));
 }
 
 // Run in a fresh process whose /dev is hidden by an empty tmpfs.

@@ -7,7 +7,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <orvane/Socket.h>
-#include <orvane/Tracer.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -21,34 +20,35 @@
 namespace orvane {
 namespace nettest {
 
-// The error lines logged since the last call, normalised, once every line
-// logged so far was delivered.
-inline std::vector<std::string> errorLines() {
-    auto& capture = test::LogCapture::get();
-    Tracer::getInstance().print(1, "<I>net test marker");
-    capture.waitFor("net test marker");
-    std::vector<std::string> lines;
-    for (auto& entry : capture.lines()) {
-        if (entry.second.rfind("<E>", 0) == 0)
-            lines.push_back(test::LogCapture::normalise(entry.second));
+// The error lines logged while `action` ran, normalised.
+inline std::vector<std::string> errorLinesOf(const std::function<void()>& action) {
+    std::vector<std::string> errors;
+    for (auto& line : test::LogCapture::get().linesDuring(action)) {
+        if (line.rfind("<E>", 0) == 0) errors.push_back(line);
     }
-    capture.clear();
-    return lines;
+    return errors;
 }
 
 // The capture, holding no line logged before this call.
-inline test::LogCapture& freshCapture() { return errorLines(), test::LogCapture::get(); }
+inline test::LogCapture& freshCapture() {
+    auto& capture = test::LogCapture::get();
+    capture.linesDuring([] {});  // every earlier line was delivered
+    capture.clear();
+    return capture;
+}
 
 // A call that must return -1 and log exactly the error line "<E>DATE " + line
 // (none if "").
 using BadCall = std::pair<std::function<int()>, std::string>;
 
 inline void expectOneLineEach(const std::vector<BadCall>& cases) {
-    errorLines();
     for (auto& badCall : cases) {
-        EXPECT_EQ(badCall.first(), -1) << badCall.second;
-        auto expected = "<E>DATE " + badCall.second;
-        EXPECT_EQ(errorLines(), std::vector<std::string>(!badCall.second.empty(), expected));
+        SCOPED_TRACE(badCall.second);
+        int result = 0;
+        auto lines = errorLinesOf([&] { result = badCall.first(); });
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(lines,
+                  std::vector<std::string>(!badCall.second.empty(), "<E>DATE " + badCall.second));
     }
 }
 

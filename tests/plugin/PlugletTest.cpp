@@ -36,8 +36,7 @@ TEST(Pluglet, ResolvesOnlyTheSymbolsPutIntoItsTable) {
 }
 
 TEST(Pluglet, RefusesBadPathsAndTypesAndLogsOnlyTheLoaderError) {
-    auto& capture = test::LogCapture::get();
-    capture.clear();
+    auto& capture = test::LogCapture::fresh();
     std::string notElf = test::tempPath("not_elf") + ".so";
     std::ofstream(notElf) << "not a shared library\n";
     int fds = test::openFdCount();

@@ -28,34 +28,29 @@ struct ZoneGuard {
     }
 };
 
-TEST(Time, NormalisesAndKeepsOneSignThroughArithmetic) {
-    EXPECT_EQ(Time(1, 2500000), Time(3, 500000));
+TEST(Time, NormalisesKeepsOneSignThroughArithmeticAndTakesToleranceAsABandWidth) {
+    const std::pair<Time, Time> same[] = {
+        {Time(1, 2500000), Time(3, 500000)},
+        {Time(-2.75), Time(-2, -750000)},
+        {Time(timespec{5, 1999}), Time(5, 1)},
+        {Time(std::nan("")), Time()},
+        {Time(1, 600000) + Time(2, 700000), Time(4, 300000)},
+        {Time(3, 0) - Time(5, 500000), Time(-2, -500000)},
+        {Time(1, -500000) + Time(), Time(0, 500000)}};  // mixed signs come out in one
+    for (const auto& s : same) EXPECT_EQ(s.first, s.second) << s.second.toString();
     Time negative(1, -2500000);
-    EXPECT_EQ(negative.sec(), -1);
-    EXPECT_EQ(negative.usec(), -500000);
     EXPECT_EQ(negative.toMicroSec(), -1500000);
-    EXPECT_EQ(Time(-2.75), Time(-2, -750000));
-    EXPECT_EQ(Time(timespec{5, 1999}), Time(5, 1));
-    EXPECT_EQ(Time(std::nan("")), Time());
+    EXPECT_EQ(negative.usec(), -500000);
     EXPECT_EQ(Time(1e300).sec(), 9200000000000);
-
-    EXPECT_EQ(Time(1, 600000) + Time(2, 700000), Time(4, 300000));
     EXPECT_EQ((Time(5, 100) - Time(3, 900000)).toString(), "1.100100");
-    Time below = Time(3, 0) - Time(5, 500000);
-    EXPECT_EQ(below, Time(-2, -500000));
-    EXPECT_LT(below, Time());
-    EXPECT_EQ(Time(1, -500000) + Time(), Time(0, 500000));  // mixed signs come out in one
-}
-
-TEST(Time, IsNearTakesToleranceAsTheWidthOfABand) {
+    EXPECT_LT(Time(3, 0) - Time(5, 500000), Time());
     Time centre(10, 500000);
     EXPECT_TRUE(Time(10, 499995).isNear(centre, 11));  // 11 / 2 is 5
     EXPECT_FALSE(Time(10, 500006).isNear(centre, 11));
     EXPECT_TRUE(Time(1, 999998).isNear(Time(2, 2), 8));
-    EXPECT_FALSE(Time(10, 500001).isNear(centre, 1));
 }
 
-TEST(DateTime, ConvertsBetweenEpochLocalAndUTC) {
+TEST(DateTime, ConvertsBetweenEpochLocalAndUTCInTheZoneItSets) {
     ZoneGuard zone("CST-8");                   // eight hours east of UTC, no daylight saving
     Time epoch(1704067200L + 3661L, 500999L);  // 2024-01-01 01:01:01.500999 UTC
     DateTime local(epoch);
@@ -66,27 +61,8 @@ TEST(DateTime, ConvertsBetweenEpochLocalAndUTC) {
     DateTime leapDay(2024, 2, 29, 23, 59, 58);
     EXPECT_EQ(DateTime(leapDay.toEpochTime()), leapDay);
     EXPECT_EQ(DateTime(1960, 6, 1, 0, 0, 0).toEpochTime(), Time());  // no epoch time before 1970
-}
-
-TEST(DateTime, LeapYearsAndWeekdaysAcrossTheGregorianSwitch) {
-    EXPECT_FALSE(DateTime(2000, 1, 1, 0, 0, 0).isLeapYear());  // no four-hundred-year rule
-    EXPECT_TRUE(DateTime(2024, 1, 1, 0, 0, 0).isLeapYear());
-    // Thursday 4 October 1582 (Julian) was followed by Friday 15 October (Gregorian).
-    const int days[][4] = {{1582, 10, 3, 3}, {1582, 10, 4, 4}, {1582, 10, 15, 5},
-                           {1970, 1, 1, 4},  {2000, 3, 1, 3},  {2023, 12, 31, 0}};
-    for (const auto& d : days) {
-        EXPECT_EQ(DateTime(d[0], d[1], d[2], 0, 0, 0).weekday(), d[3])
-            << d[0] << "-" << d[1] << "-" << d[2];
-    }
-    time_t now = time(nullptr);
-    tm local{};
-    localtime_r(&now, &local);
-    EXPECT_EQ(DateTime(Time(static_cast<long>(now), 0L)).weekday(), local.tm_wday);
-}
-
-TEST(DateTime, SetTimeZoneWritesWholeHoursAfterUTC) {
-    ZoneGuard zone("UTC0");
-    // POSIX reads the digits as hours west of UTC, so tzDiffSecs has the other sign.
+    // setTimeZone writes whole hours after "UTC"; POSIX reads them as hours
+    // west of UTC, so tzDiffSecs has the other sign.
     const std::tuple<int, const char*, int> zones[] = {
         {28800, "UTC8", -28800}, {-5400, "UTC-1", 3600}, {0, "UTC0", 0}};
     for (const auto& [offset, tz, east] : zones) {
@@ -98,6 +74,17 @@ TEST(DateTime, SetTimeZoneWritesWholeHoursAfterUTC) {
     setenv("TZ", "EET-2EEST,0/0,J365/25", 1);
     EXPECT_EQ(DateTime::tzDiffSecs(false), 7200);
     EXPECT_EQ(DateTime::tzDiffSecs(true), 10800);
+}
+
+TEST(DateTime, LeapYearsAndWeekdaysAcrossTheGregorianSwitch) {
+    EXPECT_FALSE(DateTime(2000, 1, 1, 0, 0, 0).isLeapYear());  // no four-hundred-year rule
+    EXPECT_TRUE(DateTime(2024, 1, 1, 0, 0, 0).isLeapYear());
+    // Thursday 4 October 1582 (Julian) was followed by Friday 15 October (Gregorian).
+    const int days[][4] = {{1582, 10, 3, 3}, {1582, 10, 4, 4}, {1582, 10, 15, 5},
+                           {1970, 1, 1, 4},  {2000, 3, 1, 3},  {2023, 12, 31, 0}};
+    for (const auto& d : days) {
+        EXPECT_EQ(DateTime(d[0], d[1], d[2], 0, 0, 0).weekday(), d[3]) << d[0] << "-" << d[1];
+    }
 }
 
 TEST(DateTime, HardwareClockWithoutDeviceGivesDefaultAndError) {
@@ -147,32 +134,26 @@ TEST(DateTimeDeathTest, SettersFailWithoutPrivilege) {
     EXPECT_EXIT(settersWithoutPrivilege(), ::testing::ExitedWithCode(0), "");
 }
 
-TEST(Rate, PeriodIsAMillionOverHzWithinBounds) {
+// A late loop does not catch up: the period restarts where the late sleep returned.
+TEST(Rate, PeriodIsAMillionOverHzAndSleepPacesALoopWithoutCatchingUp) {
     const std::pair<float, uint64_t> rates[] = {
         {0.5f, 2000000u}, {3.0f, 333333u}, {-4.0f, 250000u}, {0.0f, 2147483647u}, {2e7f, 1u}};
     for (const auto& r : rates) EXPECT_EQ(Rate(r.first).period(), r.second) << r.first;
+    const int64_t periodUs = 5000;
     Rate rate(100.0f);
     rate.reset(-5.0f);  // keeps the period
     EXPECT_EQ(rate.period(), 10000u);
-}
-
-TEST(Rate, SleepPacesALoopAndALateLoopDoesNotCatchUp) {
-    const int64_t periodUs = 5000;
-    Rate rate(200.0f);
+    rate.reset(200.0f);
     Time start = Time::fromMono();
-    EXPECT_TRUE(rate.sleep());
-    EXPECT_TRUE(rate.sleep());
+    EXPECT_TRUE(rate.sleep() && rate.sleep());
     EXPECT_GE(Time::usSinceMono(start), 2 * periodUs - 500);
-
-    // Three periods of work: the next sleep returns at once and the period restarts now ...
     Thread::usleep(3 * periodUs);
-    Time late = Time::fromMono();
+    start = Time::fromMono();
     rate.sleep();
-    EXPECT_LT(Time::usSinceMono(late), periodUs);
-    // ... so the one after waits a whole period instead of returning at once.
-    Time next = Time::fromMono();
+    EXPECT_LT(Time::usSinceMono(start), periodUs);
+    start = Time::fromMono();
     rate.sleep();
-    EXPECT_GE(Time::usSinceMono(next), periodUs - 1000);
+    EXPECT_GE(Time::usSinceMono(start), periodUs - 1000);
 }
 
 }  // namespace

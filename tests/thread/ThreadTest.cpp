@@ -2,7 +2,9 @@
 #include <orvane/StrUtil.h>
 #include <orvane/Thread.h>
 
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <stdexcept>
 
 #include "support/Eventually.h"
@@ -14,14 +16,15 @@ namespace {
 
 using test::eventually;
 
-// Loops until stopped, noting how often it ran and under which kernel name.
-class PoliteWork : public Runnable {
-  public:
+// Runs the test's function, noting how often it ran and under which kernel name.
+struct Work : Runnable {
+    explicit Work(std::function<void(const Thread&)> fn) : body(std::move(fn)) {}
     void run(const Thread& thread) override {
         kernelName = test::threadName(thread.taskId());
         ++runs;
-        while (thread.isRunning()) Thread::msleep(1);
+        body(thread);
     }
+    std::function<void(const Thread&)> body;
     std::string kernelName;
     std::atomic<int> runs{0};
 };
@@ -32,7 +35,9 @@ std::string idText(const Thread& thread) {
 
 TEST(Thread, RunsUnderItsKernelNameStartsOnceAndRestartsAfterStop) {
     auto& capture = test::LogCapture::fresh();
-    PoliteWork work;
+    Work work([](const Thread& self) {
+        while (self.isRunning()) Thread::msleep(1);
+    });
     Thread thread("worker-with-a-long-name");
     ASSERT_TRUE(thread.start(work));
     ASSERT_TRUE(eventually([&] { return work.runs == 1; }));
@@ -56,47 +61,29 @@ TEST(Thread, RunsUnderItsKernelNameStartsOnceAndRestartsAfterStop) {
     EXPECT_TRUE(thread.stop(1000));
 }
 
-TEST(Thread, StopGivesUpAfterItsTimeoutWhenTheRunnableIgnoresIt) {
+// An unnamed thread runs as "AnonThread"; its body ignores the stop request,
+// then throws.
+TEST(Thread, StopGivesUpAfterItsTimeoutAndReportsTheExceptionThatEndedTheRun) {
     auto& capture = test::LogCapture::fresh();
-    class StubbornWork : public Runnable {
-      public:
-        void run(const Thread&) override {
-            entered = true;
-            while (!released) Thread::msleep(1);
-        }
-        std::atomic<bool> entered{false}, released{false};
-    } work;
-    Thread thread("stubborn");
+    std::atomic<bool> released{false};
+    Work work([&](const Thread&) {
+        while (!released) Thread::msleep(1);
+        throw std::runtime_error("runnable broke");
+    });
+    Thread thread;
     ASSERT_TRUE(thread.start(work));
-    ASSERT_TRUE(eventually([&] { return work.entered.load(); }));
+    ASSERT_TRUE(eventually([&] { return work.runs == 1; }));
+    EXPECT_EQ(thread.name(), "AnonThread");
+    EXPECT_EQ(work.kernelName, "AnonThread");
     auto begin = std::chrono::steady_clock::now();
     EXPECT_FALSE(thread.stop(100));
     auto waited = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(waited, std::chrono::milliseconds(95));
     EXPECT_LT(waited, std::chrono::milliseconds(2000));
     EXPECT_EQ(capture.waitLine("force quit"),
-              "<E>DATE [Thread::stop,L#] [stubborn] force quit since wait timeout: 100 ms!!!");
-    work.released = true;
-    EXPECT_TRUE(thread.stop(3000));
-    EXPECT_TRUE(capture.waitFor(idText(thread) + " thread exit."));
-}
-
-TEST(Thread, RunsAnUnnamedThreadAsAnonThreadAndReportsTheExceptionThatEndedIt) {
-    auto& capture = test::LogCapture::fresh();
-    class ThrowingWork : public Runnable {
-      public:
-        void run(const Thread& thread) override {
-            kernelName = test::threadName(thread.taskId());
-            throw std::runtime_error("runnable broke");
-        }
-        std::string kernelName;
-    } work;
-    Thread thread;
-    ASSERT_TRUE(thread.start(work));
-    EXPECT_EQ(thread.name(), "AnonThread");
-    ASSERT_TRUE(eventually([&] { return !thread.isRunning(); }));
-    EXPECT_FALSE(thread.stop(1000));
-    EXPECT_EQ(work.kernelName, "AnonThread");
+              "<E>DATE [Thread::stop,L#] [AnonThread] force quit since wait timeout: 100 ms!!!");
+    released = true;
+    EXPECT_FALSE(thread.stop(3000));
     EXPECT_EQ(capture.waitLine("runnable broke"),
               "<E>DATE [Thread::stop,L#] [AnonThread] thread quit error: runnable broke");
     EXPECT_TRUE(thread.stop(100));  // the result was taken

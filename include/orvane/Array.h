@@ -1,6 +1,7 @@
 #pragma once
 
 #include <orvane/Endian.h>
+#include <orvane/Tracer.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -137,12 +138,12 @@ class Array {
 
   protected:
     bool refuse(const char* op, const char* text) const {
-        detail::logRefusal(logName_, op, "%s", text);
+        Tracer::getInstance().printAt(3, logName_, op, __LINE__, "%s", text);
         return false;
     }
     template <typename First, typename... Args>
     bool refuse(const char* op, const char* fmt, First first, Args... args) const {
-        detail::logRefusal(logName_, op, fmt, first, args...);
+        Tracer::getInstance().printAt(3, logName_, op, __LINE__, fmt, first, args...);
         return false;
     }
     // The class name log lines print; ByteArray sets its own.

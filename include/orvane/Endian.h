@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orvane/Export.h>
+#include <orvane/Tracer.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -8,17 +8,6 @@
 #include <type_traits>
 
 namespace orvane {
-namespace detail {
-
-// Writes one error line "[<className>::<op>,L<n>] <text>" (or "[<op>,L<n>]"
-// when className is null) through the library's log. The one out-of-line
-// step of the header-only Endian and Array, so their headers stay free of
-// the logger; the line number is the one inside the library.
-ORVANE_API void logRefusal(const char* className, const char* op, const char* fmt, ...)
-    __attribute__((format(printf, 3, 4)));
-
-}  // namespace detail
-
 // Byte order: the host's, swapping, and integers read from and written to
 // byte buffers in big-endian (network) or little-endian order.
 //
@@ -148,11 +137,11 @@ class Endian {
             return true;
         }
         if (buf == nullptr || value == nullptr) {
-            detail::logRefusal(nullptr, op, "null buffer or output");
+            Tracer::getInstance().printAt(3, nullptr, op, __LINE__, "null buffer or output");
         } else {
-            detail::logRefusal(nullptr, op,
-                               "%zu bytes at offset %zu overruns a buffer of %zu bytes", width,
-                               offset, size);
+            Tracer::getInstance().printAt(3, nullptr, op, __LINE__,
+                                          "%zu bytes at offset %zu overruns a buffer of %zu bytes",
+                                          width, offset, size);
         }
         return false;
     }

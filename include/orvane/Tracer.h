@@ -63,6 +63,19 @@ class ORVANE_API Tracer : public Singleton<Tracer> {
         if (!enabled(lineLevel)) return;
         printLine(format, args...);
     }
+    // Queues one line in the library's own shape, for a program's own
+    // classes and for header-only library code:
+    //     "<E>2026-03-05 07:08:09 [Modem::open,L42] text"
+    // The tag is D, I, W, E or F for lineLevel 0 to 4; other levels queue
+    // nothing. A null or empty cls gives the static form "[open,L42]". The
+    // level check is inline, as print's; the text is formatted like print's.
+    template <typename... Args>
+    __attribute__((visibility("hidden"))) void printAt(int lineLevel, const char* cls,
+                                                       const char* method, int line,
+                                                       const char* format, Args... args) {
+        if (!enabled(lineLevel)) return;
+        printLineAt(lineLevel, cls, method, line, format, args...);
+    }
     // Stores 0..4 as the filter level; every sink hears the value (negative as 0).
     void setLevel(int level);
     int getLevel() const { return level.load(); }
@@ -79,6 +92,9 @@ class ORVANE_API Tracer : public Singleton<Tracer> {
     Tracer();
     // The work of print once the line has passed the filter.
     void printLine(const char* format, ...);
+    // The work of printAt once the line has passed the filter.
+    void printLineAt(int lineLevel, const char* cls, const char* method, int line,
+                     const char* format, ...);
     void sinkLoop();
 
     std::string name;

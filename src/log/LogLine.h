@@ -13,6 +13,7 @@
 //   ORVANE_NOTE                  "[%s::%s]"      info lines, without a line number
 // Static operations and free functions:
 //   ORVANE_SERROR                "[%s,L%d]"      error lines
+//   ORVANE_SWARN_IN              "[%s,L%d]"      warning lines, method named
 // ORVANE_ERROR_IN, ORVANE_NOTE_IN and ORVANE_SERROR_IN take the method name
 // first, for constructors, lambdas and helpers whose line names another
 // operation than the calling one (`__func__` there is not the name to print).
@@ -62,6 +63,8 @@ int checkedFormat(const char* format, ...) __attribute__((format(printf, 1, 2)))
     ORVANE_LOG_LINE_(1, "I", "[%s::%s] " fmt, className.c_str(), method, ##__VA_ARGS__)
 #define ORVANE_SERROR_IN(method, fmt, ...) \
     ORVANE_LOG_LINE_(3, "E", "[%s,L%d] " fmt, method, __LINE__, ##__VA_ARGS__)
+#define ORVANE_SWARN_IN(method, fmt, ...) \
+    ORVANE_LOG_LINE_(2, "W", "[%s,L%d] " fmt, method, __LINE__, ##__VA_ARGS__)
 
 #define ORVANE_ERROR(fmt, ...) ORVANE_ERROR_IN(__func__, fmt, ##__VA_ARGS__)
 #define ORVANE_WARN(fmt, ...)                                                            \

@@ -227,6 +227,24 @@ void Tracer::printLine(const char* format, ...) {
     pending.append(buffer, length);
 }
 
+void Tracer::printLineAt(int lineLevel, const char* cls, const char* method, int line,
+                         const char* format, ...) {
+    static const char kTags[] = "DIWEF";
+    if (format == nullptr || method == nullptr || lineLevel < 0 || lineLevel > 4) return;
+    char text[kLineBytes];
+    va_list args;
+    va_start(args, format);
+    int n = vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    if (n < 0) return;
+    if (cls == nullptr || cls[0] == '\0') {
+        printLine("<%c>%s [%s,L%d] %s", kTags[lineLevel], detail::logTime(), method, line, text);
+    } else {
+        printLine("<%c>%s [%s::%s,L%d] %s", kTags[lineLevel], detail::logTime(), cls, method, line,
+                  text);
+    }
+}
+
 void Tracer::setLevel(int newLevel) {
     if (newLevel >= 0 && newLevel <= 4) level = newLevel;
     int heard = newLevel < 0 ? 0 : newLevel;

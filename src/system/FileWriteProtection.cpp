@@ -83,7 +83,7 @@ FileWriteProtection::FileWriteProtection(const std::string& path)
     if (!Partition::remount(mountPoint_, false)) return;
     writable_ = true;
     remounted_ = true;
-    ORVANE_INFO_IN("FileWriteProtection", "%s is writable until the update ends",
+    ORVANE_NOTE_IN("FileWriteProtection", "%s is writable until the update ends",
                    mountPoint_.c_str());
 }
 
@@ -98,7 +98,7 @@ bool FileWriteProtection::restore() {
     if (!Partition::remount(mountPoint_, true)) return false;
     remounted_ = false;
     writable_ = false;
-    ORVANE_INFO("%s is read-only again", mountPoint_.c_str());
+    ORVANE_NOTE("%s is read-only again", mountPoint_.c_str());
     return true;
 }
 

@@ -4,7 +4,9 @@
 // clang-format off
 #include <orvane/AnyPacket.h>
 #include <orvane/Application.h>
+#include <orvane/ArgOption.h>
 #include <orvane/AsyncTaskQueue.h>
+#include <orvane/ConsoleIn.h>
 #include <orvane/Coroutine.h>
 #include <orvane/DataBuffer.h>
 #include <orvane/Delayer.h>
@@ -16,6 +18,8 @@
 #include <orvane/IODevice.h>
 #include <orvane/MemShared.h>
 #include <orvane/MsgQueue.h>
+#include <orvane/NetUtil.h>
+#include <orvane/PinCtrl.h>
 #include <orvane/Pluglet.h>
 #include <orvane/Poller.h>
 #include <orvane/Semaphore.h>
@@ -25,6 +29,7 @@
 #include <orvane/Singleton.h>
 #include <orvane/Socket.h>
 #include <orvane/SocketCAN.h>
+#include <orvane/SocketPair.h>
 #include <orvane/SpiDev.h>
 #include <orvane/StrUtil.h>
 #include <orvane/SysStat.h>

@@ -1,0 +1,325 @@
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <net/route.h>
+#include <orvane/NetUtil.h>
+#include <orvane/UniqueFd.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+
+#include "io/SmallFile.h"
+#include "log/LogLine.h"
+#include "net/RouteTable.h"
+
+namespace orvane {
+
+namespace {
+
+// An ifreq naming `name`; false after logging a name the kernel cannot take.
+bool requestFor(const std::string& name, ifreq* req, const char* method) {
+    if (name.empty() || name.size() >= IFNAMSIZ || name.find('/') != std::string::npos) {
+        ORVANE_SERROR_IN(method, "bad interface name:'%s'", name.c_str());
+        return false;
+    }
+    memset(req, 0, sizeof *req);
+    memcpy(req->ifr_name, name.c_str(), name.size());
+    return true;
+}
+
+// One interface ioctl on a fresh datagram socket. Failures are logged as
+// "<what>(<name>) error:<reason>" unless `quiet`; errno-style result.
+int interfaceIoctl(unsigned long request, ifreq* req, const char* method, const char* what,
+                   bool quiet = false) {
+    UniqueFd sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    int err = 0;
+    if (!sock) {
+        err = errno;
+        ORVANE_SERROR_IN(method, "open socket error:%s", strerror(err));
+        return err;
+    }
+    if (ioctl(sock.get(), request, req) == 0) return 0;
+    err = errno;
+    if (!quiet) ORVANE_SERROR_IN(method, "%s(%s) error:%s", what, req->ifr_name, strerror(err));
+    return err;
+}
+
+std::string dotted(const sockaddr& address) {
+    if (address.sa_family != AF_INET) return "";
+    char text[INET_ADDRSTRLEN] = {};
+    const auto* in = reinterpret_cast<const sockaddr_in*>(&address);
+    return inet_ntop(AF_INET, &in->sin_addr, text, sizeof text) != nullptr ? text : "";
+}
+
+// A dotted IPv4 address as the sockaddr the SIOCSIF* requests take.
+bool parseAddress(const std::string& text, sockaddr* out, const char* method) {
+    sockaddr_in in{};
+    in.sin_family = AF_INET;
+    if (inet_pton(AF_INET, text.c_str(), &in.sin_addr) != 1) {
+        ORVANE_SERROR_IN(method, "bad IPv4 address:'%s'", text.c_str());
+        return false;
+    }
+    memcpy(out, &in, sizeof in);
+    return true;
+}
+
+// One address-valued ioctl; quiet lookups give "" without a line.
+std::string readAddress(const std::string& name, unsigned long request, const char* method,
+                        const char* what, bool quiet = false) {
+    ifreq req;
+    if (!requestFor(name, &req, method)) return "";
+    if (interfaceIoctl(request, &req, method, what, quiet) != 0) return "";
+    return dotted(req.ifr_addr);
+}
+
+bool writeAddress(const std::string& name, const std::string& text, unsigned long request,
+                  const char* method, const char* what) {
+    ifreq req;
+    if (!requestFor(name, &req, method) || !parseAddress(text, &req.ifr_addr, method)) return false;
+    return interfaceIoctl(request, &req, method, what) == 0;
+}
+
+// IFF_* flags of `name`, or -1 (logged unless quiet).
+int readFlags(const std::string& name, const char* method, bool quiet = false) {
+    ifreq req;
+    if (!requestFor(name, &req, method)) return -1;
+    if (interfaceIoctl(SIOCGIFFLAGS, &req, method, "SIOCGIFFLAGS", quiet) != 0) return -1;
+    return req.ifr_flags & 0xffff;
+}
+
+int readInt(const std::string& name, unsigned long request, const char* method, const char* what,
+            bool quiet = false) {
+    ifreq req;
+    if (!requestFor(name, &req, method)) return -1;
+    if (interfaceIoctl(request, &req, method, what, quiet) != 0) return -1;
+    return request == SIOCGIFMTU ? req.ifr_mtu : req.ifr_ifindex;
+}
+
+std::string readMac(const std::string& name, const char* method, bool quiet = false) {
+    ifreq req;
+    if (!requestFor(name, &req, method)) return "";
+    if (interfaceIoctl(SIOCGIFHWADDR, &req, method, "SIOCGIFHWADDR", quiet) != 0) return "";
+    int family = req.ifr_hwaddr.sa_family;
+    if (family != ARPHRD_ETHER && family != ARPHRD_LOOPBACK) {
+        if (!quiet) ORVANE_SERROR_IN(method, "%s has no MAC address (type %d)", name.c_str(), family);
+        return "";
+    }
+    const auto* b = reinterpret_cast<const unsigned char*>(req.ifr_hwaddr.sa_data);
+    char text[18];
+    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4],
+             b[5]);
+    return text;
+}
+
+// Six hexadecimal pairs separated by ':' or '-'.
+bool parseMac(const std::string& text, unsigned char* bytes) {
+    if (text.size() != 17) return false;
+    for (int i = 0; i < 6; ++i) {
+        size_t at = static_cast<size_t>(i) * 3;
+        if (i > 0 && text[at - 1] != ':' && text[at - 1] != '-') return false;
+        if (!isxdigit(static_cast<unsigned char>(text[at])) ||
+            !isxdigit(static_cast<unsigned char>(text[at + 1]))) {
+            return false;
+        }
+        bytes[i] = static_cast<unsigned char>(std::stoi(text.substr(at, 2), nullptr, 16));
+    }
+    return true;
+}
+
+}  // namespace
+
+std::vector<std::string> NetUtil::interfaceNames() {
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) {
+        int err = errno;
+        ORVANE_SERROR("getifaddrs error:%s", strerror(err));
+        return {};
+    }
+    std::vector<std::pair<unsigned int, std::string>> found;
+    for (ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+        std::string name = entry->ifa_name;
+        bool known = std::any_of(found.begin(), found.end(),
+                                 [&name](const auto& item) { return item.second == name; });
+        if (!known) found.emplace_back(if_nametoindex(name.c_str()), name);
+    }
+    freeifaddrs(list);
+    std::sort(found.begin(), found.end());
+    std::vector<std::string> names;
+    for (auto& item : found) names.push_back(item.second);
+    return names;
+}
+
+std::vector<NetUtil::Interface> NetUtil::interfaces() {
+    std::vector<Interface> all;
+    for (auto& name : interfaceNames()) {
+        Interface info;
+        if (getInterface(name, &info)) all.push_back(info);
+    }
+    return all;
+}
+
+bool NetUtil::getInterface(const std::string& name, Interface* info) {
+    if (info == nullptr) {
+        ORVANE_SERROR("param error: info is null");
+        return false;
+    }
+    *info = Interface();
+    int index = readInt(name, SIOCGIFINDEX, __func__, "SIOCGIFINDEX");
+    if (index < 0) return false;
+    info->name = name;
+    info->index = index;
+    // The remaining facts may be missing (no address, no hardware address):
+    // their fields then keep their defaults without a line.
+    info->address = readAddress(name, SIOCGIFADDR, __func__, "SIOCGIFADDR", true);
+    if (!info->address.empty()) {
+        info->netmask = readAddress(name, SIOCGIFNETMASK, __func__, "SIOCGIFNETMASK", true);
+        info->broadcast = readAddress(name, SIOCGIFBRDADDR, __func__, "SIOCGIFBRDADDR", true);
+        if (info->broadcast == "0.0.0.0") info->broadcast.clear();
+    }
+    info->mac = readMac(name, __func__, true);
+    info->mtu = readInt(name, SIOCGIFMTU, __func__, "SIOCGIFMTU", true);
+    int flags = readFlags(name, __func__, true);
+    if (flags >= 0) {
+        info->up = (flags & IFF_UP) != 0;
+        info->running = (flags & IFF_RUNNING) != 0;
+        info->loopback = (flags & IFF_LOOPBACK) != 0;
+    }
+    return true;
+}
+
+std::string NetUtil::getAddress(const std::string& name) {
+    return readAddress(name, SIOCGIFADDR, __func__, "SIOCGIFADDR");
+}
+
+std::string NetUtil::getNetmask(const std::string& name) {
+    return readAddress(name, SIOCGIFNETMASK, __func__, "SIOCGIFNETMASK");
+}
+
+std::string NetUtil::getBroadcast(const std::string& name) {
+    return readAddress(name, SIOCGIFBRDADDR, __func__, "SIOCGIFBRDADDR");
+}
+
+std::string NetUtil::getMacAddress(const std::string& name) { return readMac(name, __func__); }
+
+int NetUtil::getMtu(const std::string& name) {
+    return readInt(name, SIOCGIFMTU, __func__, "SIOCGIFMTU");
+}
+
+int NetUtil::getIndex(const std::string& name) {
+    return readInt(name, SIOCGIFINDEX, __func__, "SIOCGIFINDEX");
+}
+
+bool NetUtil::isUp(const std::string& name) {
+    int flags = readFlags(name, __func__);
+    return flags >= 0 && (flags & IFF_UP) != 0;
+}
+
+bool NetUtil::isRunning(const std::string& name) {
+    int flags = readFlags(name, __func__);
+    return flags >= 0 && (flags & IFF_RUNNING) != 0;
+}
+
+bool NetUtil::setAddress(const std::string& name, const std::string& address) {
+    return writeAddress(name, address, SIOCSIFADDR, __func__, "SIOCSIFADDR");
+}
+
+bool NetUtil::setNetmask(const std::string& name, const std::string& netmask) {
+    in_addr mask{};
+    if (inet_pton(AF_INET, netmask.c_str(), &mask) == 1) {
+        uint32_t hostZeros = ~ntohl(mask.s_addr);
+        if ((hostZeros & (hostZeros + 1)) != 0) {
+            ORVANE_SERROR("netmask %s is not contiguous", netmask.c_str());
+            return false;
+        }
+    }
+    return writeAddress(name, netmask, SIOCSIFNETMASK, __func__, "SIOCSIFNETMASK");
+}
+
+bool NetUtil::setBroadcast(const std::string& name, const std::string& broadcast) {
+    return writeAddress(name, broadcast, SIOCSIFBRDADDR, __func__, "SIOCSIFBRDADDR");
+}
+
+bool NetUtil::setMacAddress(const std::string& name, const std::string& mac) {
+    ifreq req;
+    if (!requestFor(name, &req, __func__)) return false;
+    unsigned char bytes[6];
+    if (!parseMac(mac, bytes)) {
+        ORVANE_SERROR("bad MAC address:'%s'", mac.c_str());
+        return false;
+    }
+    req.ifr_hwaddr.sa_family = ARPHRD_ETHER;
+    memcpy(req.ifr_hwaddr.sa_data, bytes, sizeof bytes);
+    return interfaceIoctl(SIOCSIFHWADDR, &req, __func__, "SIOCSIFHWADDR") == 0;
+}
+
+bool NetUtil::setMtu(const std::string& name, int mtu) {
+    ifreq req;
+    if (!requestFor(name, &req, __func__)) return false;
+    if (mtu < 68 || mtu > 65535) {
+        ORVANE_SERROR("bad MTU:%d (68 to 65535)", mtu);
+        return false;
+    }
+    req.ifr_mtu = mtu;
+    return interfaceIoctl(SIOCSIFMTU, &req, __func__, "SIOCSIFMTU") == 0;
+}
+
+bool NetUtil::setUp(const std::string& name, bool up) {
+    int flags = readFlags(name, __func__);
+    if (flags < 0) return false;
+    ifreq req;
+    requestFor(name, &req, __func__);
+    req.ifr_flags = static_cast<short>(up ? (flags | IFF_UP) : (flags & ~IFF_UP));
+    return interfaceIoctl(SIOCSIFFLAGS, &req, __func__, "SIOCSIFFLAGS") == 0;
+}
+
+std::string NetUtil::getDefaultGateway(std::string* ifName) {
+    std::string table;
+    int err = detail::readSmallFile("/proc/net/route", &table);
+    if (err != 0) {
+        ORVANE_SERROR("read /proc/net/route error:%s", strerror(err));
+        return "";
+    }
+    std::string gateway = detail::defaultGateway(table, ifName);
+    if (gateway.empty()) ORVANE_SERROR("no default route");
+    return gateway;
+}
+
+namespace detail {
+
+std::string defaultGateway(const std::string& table, std::string* ifName) {
+    std::istringstream lines(table);
+    std::string line;
+    std::getline(lines, line);  // the column titles
+    std::string best;
+    std::string bestIf;
+    long bestMetric = LONG_MAX;
+    while (std::getline(lines, line)) {
+        char name[IFNAMSIZ + 1] = {};
+        unsigned int destination = 0, gateway = 0, flags = 0, mask = 0;
+        int refCount = 0, use = 0;
+        long metric = 0;
+        int fields = sscanf(line.c_str(), "%16s %x %x %x %d %d %ld %x", name, &destination,
+                            &gateway, &flags, &refCount, &use, &metric, &mask);
+        if (fields != 8 || destination != 0 || mask != 0) continue;
+        if ((flags & (RTF_UP | RTF_GATEWAY)) != (RTF_UP | RTF_GATEWAY)) continue;
+        if (metric >= bestMetric) continue;
+        in_addr address{gateway};  // the table prints the address as it lies in memory
+        char text[INET_ADDRSTRLEN] = {};
+        inet_ntop(AF_INET, &address, text, sizeof text);
+        best = text;
+        bestIf = name;
+        bestMetric = metric;
+    }
+    if (ifName != nullptr && !best.empty()) *ifName = bestIf;
+    return best;
+}
+
+}  // namespace detail
+}  // namespace orvane

@@ -12,6 +12,7 @@
 #include <orvane/Delayer.h>
 #include <orvane/Directory.h>
 #include <orvane/Event.h>
+#include <orvane/EventLoop.h>
 #include <orvane/Export.h>
 #include <orvane/FSMachine.h>
 #include <orvane/File.h>

@@ -1,6 +1,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <cstdio>
@@ -70,6 +71,8 @@ void NetworkSide::adopt(std::unique_ptr<orvane::TcpSocket>& socket) {
     }
     ++stats.clients;
     fcntl(socket->fd(), F_SETFL, fcntl(socket->fd(), F_GETFL) | O_NONBLOCK);
+    int noDelay = 1;  // answers are small and awaited: send each at once
+    setsockopt(socket->fd(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
     auto client = std::make_shared<std::unique_ptr<orvane::TcpSocket>>(std::move(socket));
     loop_.post([this, client, name] {
         uint64_t id = nextId++;

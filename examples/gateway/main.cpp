@@ -1,86 +1,87 @@
-// A small device program on orvane: an application with two components, a
-// periodic job on the task queue, console logging, and a clean quit on
-// SIGINT or SIGTERM. With --once it stops by itself after about two seconds.
+// orvane-gateway: serves a serial device to TCP clients (see Gateway.h).
+//
+//     orvane-gateway                                   simulated device, 127.0.0.1:5020
+//     orvane-gateway --serial /dev/ttyUSB0 --baud 9600 --parity even
 
-#include <orvane/orvane.h>
-
-#include <atomic>
+#include <condition_variable>
 #include <csignal>
-#include <cstring>
-#include <memory>
-#include <string>
+#include <mutex>
+
+#include "Gateway.h"
 
 namespace {
 
-// Pretends to sample a sensor; the periodic job reads its last value.
-class Sensor : public orvane::Component {
+// The application, with a stop request that signal callbacks raise and the
+// main thread waits for.
+class GatewayApp : public orvane::Application {
   public:
-    bool onStart() override {
-        orvane::Tracer::getInstance().print(1, "<C>sensor started");
-        return true;
+    void requestStop() {
+        std::lock_guard<std::mutex> lock(mutex);
+        stopRequested = true;
+        changed.notify_all();
     }
-    bool onStop() override {
-        orvane::Tracer::getInstance().print(1, "<C>sensor stopped");
-        return true;
+    // Waits until a stop was requested or `seconds` (0: no limit) passed.
+    void waitForStop(double seconds) {
+        std::unique_lock<std::mutex> lock(mutex);
+        auto requested = [this] { return stopRequested; };
+        if (seconds <= 0) {
+            changed.wait(lock, requested);
+        } else {
+            changed.wait_for(lock, std::chrono::duration<double>(seconds), requested);
+        }
     }
-    int sample() { return ++samples_; }
 
   private:
-    std::atomic<int> samples_{0};
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool stopRequested = false;
 };
 
-// Pretends to forward readings upstream.
-class Uplink : public orvane::Component {
-  public:
-    bool onStart() override {
-        orvane::Tracer::getInstance().print(1, "<C>uplink connected");
-        return true;
+void startLog(const gateway::Options& options) {
+    orvane::Tracer& tracer = orvane::Tracer::getInstance();
+    tracer.addSink(std::make_shared<orvane::STDSink>());
+    if (!options.logUdpHost.empty()) {
+        tracer.addSink(std::make_shared<orvane::UDPSink>(options.logUdpHost, options.logUdpPort));
     }
-    bool onStop() override {
-        orvane::Tracer::getInstance().print(1, "<C>uplink closed");
-        return true;
-    }
-    void send(int value) {
-        orvane::Tracer::getInstance().print(1, "<C>uplink sent reading %d", value);
-    }
-};
-
-class Gateway : public orvane::Application {
-  public:
-    std::atomic<bool> stopRequested{false};
-};
+    if (options.syslog) tracer.addSink(std::make_shared<orvane::SyslogSink>());
+    if (options.verbose) tracer.setLevel(0);
+    tracer.start();
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    bool once = argc > 1 && std::strcmp(argv[1], "--once") == 0;
+    gateway::Options options;
+    int status = gateway::parseOptions(argc, argv, &options);
+    if (status >= 0) return status;
+    std::signal(SIGPIPE, SIG_IGN);  // a client that vanished is an error result, not a signal
+    startLog(options);
 
-    orvane::Tracer& tracer = orvane::Tracer::getInstance();
-    tracer.addSink(std::make_shared<orvane::STDSink>());
-    tracer.start();
-
-    Gateway app;
+    GatewayApp app;
     orvane::Application::registerInstance(&app);
-    app.registerSignal(SIGINT, [&app] { app.stopRequested = true; });
-    app.registerSignal(SIGTERM, [&app] { app.stopRequested = true; });
+    app.registerSignal(SIGINT, [&app] { app.requestStop(); });
+    app.registerSignal(SIGTERM, [&app] { app.requestStop(); });
 
-    auto sensor = std::make_shared<Sensor>();
-    auto uplink = std::make_shared<Uplink>();
-    if (!app.addComponent("sensor", sensor) || !app.addComponent("uplink", uplink)) return 1;
-    if (!app.startup(2, orvane::SchedParam())) return 1;
-
-    // The periodic job: every 500 ms a task samples the sensor and forwards
-    // the value, on one of the task queue's workers.
-    orvane::Rate period(2);
-    orvane::Time started = orvane::Time::fromMono();
-    while (!app.stopRequested) {
-        app.addTask([sensor, uplink](const std::string&) { uplink->send(sensor->sample()); },
-                    "poll");
-        period.sleep();
-        if (once && orvane::Time::usSinceMono(started) >= 2000000) break;
+    gateway::Stats stats;
+    auto serial = std::make_shared<gateway::SerialSide>(options, stats);
+    auto network = std::make_shared<gateway::NetworkSide>(options, stats, serial);
+    auto status_ = std::make_shared<gateway::StatusSide>(options, stats, network->loop());
+    std::weak_ptr<gateway::NetworkSide> answerTo = network;  // no cycle between the sides
+    serial->setReply([answerTo](uint64_t client, const std::string& payload) {
+        if (auto side = answerTo.lock()) side->reply(client, payload);
+    });
+    // Started and stopped in this order: the line is open before the first
+    // client is accepted, and no request is on it when the clients go.
+    if (!app.addComponent("serial", serial) || !app.addComponent("network", network) ||
+        !app.addComponent("status", status_) || !app.startup(2, orvane::SchedParam())) {
+        GW_ERROR("Gateway", "gateway failed to start");
+        return 1;
     }
+    GW_INFO("Gateway", "gateway listening on %s:%u, device %s", options.listenHost.c_str(),
+            network->port(), options.serialPath.empty() ? "simulated" : options.serialPath.c_str());
 
+    app.waitForStop(options.runForS);
     app.quit();
-    tracer.print(1, "<C>gateway stopped cleanly");
+    GW_INFO("Gateway", "gateway stopped");
     return 0;
 }

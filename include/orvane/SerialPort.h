@@ -52,6 +52,39 @@ class ORVANE_API SerialPort : public IODevice {
     // The stored value of attribute 0 to 6, -1 for any other number.
     virtual int getAttribute(int attr);
 
+    // A whole line configuration, beside the numbered attributes: every
+    // common line, 8E1 (the default line of Modbus RTU) and XON/XOFF
+    // included, which the attribute codes cannot express.
+    struct LineSettings {
+        enum class Parity { None, Odd, Even };
+        enum class Flow { None, Hardware, Software };  // RTS/CTS, XON/XOFF
+
+        int baud = 115200;  // any rate with a termios constant, 50 ... 4000000
+        int dataBits = 8;   // 5 to 8
+        Parity parity = Parity::None;
+        int stopBits = 1;  // 1 or 2
+        Flow flow = Flow::None;
+    };
+
+    // Applies `line` to the open port at once (tcsetattr, TCSANOW), raw as
+    // open() configures it (no input or output processing, no echo, VMIN 1,
+    // VTIME 10) and with CLOCAL set, so the modem lines do not gate the port.
+    // Parity enables input parity checking (INPCK); software flow control
+    // sets IXON and IXOFF. The numbered attributes keep their values and are
+    // used again by the next open(); read the line itself with getLine().
+    // False, with a log line, for a closed port, a value out of range (the
+    // port stays as it was) or a refusal by the driver. A driver that keeps
+    // a setting it cannot do (a speed its UART lacks) still succeeds here:
+    // compare with getLine(). One thread, as open().
+    bool setLine(const LineSettings& line);
+    // The line as the driver applied it (tcgetattr): speed, data bits,
+    // parity, stop bits and flow control (hardware when CRTSCTS is set,
+    // software when IXON or IXOFF is). False, with a log line, for a closed
+    // port or when tcgetattr fails; *line is then unchanged. Any thread.
+    bool getLine(LineSettings* line);
+    // "115200 8N1 flow none": the line as text for log lines.
+    static std::string lineText(const LineSettings& line);
+
   protected:
     std::string className;
 

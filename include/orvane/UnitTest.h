@@ -114,6 +114,10 @@ class ORVANE_API TestRunner {
     // print it to stderr when no test runs), or mark it skipped.
     static void recordFailure(const char* file, int line, const std::string& message);
     static void recordSkip(const std::string& reason);
+    // For the NEAR macros: true when |a - b| <= tolerance, else records the
+    // failure with both texts and values.
+    static bool checkNear(const char* file, int line, const char* aText, const char* bText,
+                          double a, double b, double tolerance);
 
     std::string className;
 
@@ -212,9 +216,6 @@ bool compare(const char* file, int line, const char* aText, const char* bText, c
     return false;
 }
 
-ORVANE_API bool near(const char* file, int line, const char* aText, const char* bText, double a,
-                     double b, double tolerance);
-
 }  // namespace detail
 }  // namespace test
 }  // namespace orvane
@@ -254,7 +255,7 @@ ORVANE_API bool near(const char* file, int line, const char* aText, const char* 
 #define ORVANE_EXPECT_GE(a, b) ORVANE_TEST_CMP_(a, b, Ge, ">=", (void)0)
 // |a - b| <= tolerance, for floating point.
 #define ORVANE_EXPECT_NEAR(a, b, tolerance) \
-    (void)::orvane::test::detail::near(__FILE__, __LINE__, #a, #b, (a), (b), (tolerance))
+    (void)::orvane::test::TestRunner::checkNear(__FILE__, __LINE__, #a, #b, (a), (b), (tolerance))
 
 #define ORVANE_ASSERT_TRUE(cond) ORVANE_TEST_BOOL_(cond, true, return )
 #define ORVANE_ASSERT_FALSE(cond) ORVANE_TEST_BOOL_(cond, false, return )
@@ -264,10 +265,11 @@ ORVANE_API bool near(const char* file, int line, const char* aText, const char* 
 #define ORVANE_ASSERT_LE(a, b) ORVANE_TEST_CMP_(a, b, Le, "<=", return )
 #define ORVANE_ASSERT_GT(a, b) ORVANE_TEST_CMP_(a, b, Gt, ">", return )
 #define ORVANE_ASSERT_GE(a, b) ORVANE_TEST_CMP_(a, b, Ge, ">=", return )
-#define ORVANE_ASSERT_NEAR(a, b, tolerance)                                                   \
-    do {                                                                                      \
-        if (!::orvane::test::detail::near(__FILE__, __LINE__, #a, #b, (a), (b), (tolerance))) \
-            return;                                                                           \
+#define ORVANE_ASSERT_NEAR(a, b, tolerance)                                              \
+    do {                                                                                 \
+        if (!::orvane::test::TestRunner::checkNear(__FILE__, __LINE__, #a, #b, (a), (b), \
+                                                   (tolerance)))                         \
+            return;                                                                      \
     } while (0)
 
 // Records a failure with the message and carries on (ADD_FAILURE) or

@@ -16,6 +16,7 @@
 #include <orvane/Directory.h>
 #include <orvane/Endian.h>
 #include <orvane/Event.h>
+#include <orvane/EventLoop.h>
 #include <orvane/Export.h>
 #include <orvane/FSMachine.h>
 #include <orvane/Fifo.h>

@@ -266,10 +266,8 @@ int TestRunner::main(int argc, char** argv) {
     return failed > 0 ? 1 : 0;
 }
 
-namespace detail {
-
-bool near(const char* file, int line, const char* aText, const char* bText, double a, double b,
-          double tolerance) {
+bool TestRunner::checkNear(const char* file, int line, const char* aText, const char* bText,
+                           double a, double b, double tolerance) {
     if (std::fabs(a - b) <= tolerance) return true;
     TestRunner::recordFailure(
         file, line,
@@ -278,6 +276,5 @@ bool near(const char* file, int line, const char* aText, const char* bText, doub
     return false;
 }
 
-}  // namespace detail
 }  // namespace test
 }  // namespace orvane

@@ -1,0 +1,174 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace orvane::test {
+
+// A program run with its standard output and error collected, for tests
+// that check what it logs and how it ends.
+class Program {
+  public:
+    explicit Program(const std::vector<std::string>& argv) {
+        int out[2];
+        if (pipe2(out, O_CLOEXEC) != 0) return;
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+        posix_spawn_file_actions_adddup2(&actions, out[1], 2);
+        std::vector<char*> args;
+        for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
+        args.push_back(nullptr);
+        if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ) != 0) pid = -1;
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(out[1]);
+        reader = std::thread([this, fd = out[0]] {
+            char buf[4096];
+            ssize_t n;
+            while ((n = ::read(fd, buf, sizeof buf)) > 0) {
+                std::lock_guard<std::mutex> lock(mutex);
+                output.append(buf, size_t(n));
+                grew.notify_all();
+            }
+            ::close(fd);
+        });
+    }
+    ~Program() {
+        if (pid > 0 && status < 0) {
+            ::kill(pid, SIGKILL);
+            wait(5000);
+        }
+        if (reader.joinable()) reader.join();
+    }
+
+    bool started() const { return pid > 0; }
+    int processId() const { return pid; }
+
+    // Waits until the output holds `text` `count` times; false on timeout.
+    bool waitFor(const std::string& text, int timeoutMs = 5000, size_t count = 1) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return grew.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                             [&] { return countLocked(text) >= count; });
+    }
+    size_t count(const std::string& text) {
+        std::lock_guard<std::mutex> lock(mutex);
+        return countLocked(text);
+    }
+    std::string text() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return output;
+    }
+    // The exit status after the program ended, -1 when it did not within
+    // timeoutMs, -2 when a signal ended it.
+    int wait(int timeoutMs) {
+        if (status >= 0 || pid <= 0) return status;
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        int raw = 0;
+        while (waitpid(pid, &raw, WNOHANG) == 0) {
+            if (std::chrono::steady_clock::now() >= deadline) return -1;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -2;
+        if (reader.joinable()) reader.join();
+        return status;
+    }
+
+  private:
+    size_t countLocked(const std::string& text) {
+        size_t found = 0;
+        for (size_t at = output.find(text); at != std::string::npos;
+             at = output.find(text, at + 1)) {
+            ++found;
+        }
+        return found;
+    }
+
+    pid_t pid = -1;
+    int status = -1;
+    std::thread reader;
+    std::mutex mutex;
+    std::condition_variable grew;
+    std::string output;
+};
+
+// Reads from `fd` until `size` bytes arrived or timeoutMs passed; what arrived.
+inline std::string readUntil(int fd, size_t size, int timeoutMs) {
+    std::string got;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (got.size() < size) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                        deadline - std::chrono::steady_clock::now())
+                        .count();
+        pollfd ready{fd, POLLIN, 0};
+        if (left <= 0 || poll(&ready, 1, int(left)) <= 0) break;
+        char buf[1024];
+        ssize_t n = ::read(fd, buf, std::min(sizeof buf, size - got.size()));
+        if (n <= 0) break;
+        got.append(buf, size_t(n));
+    }
+    return got;
+}
+
+// A TCP client on loopback with plain socket calls.
+class Client {
+  public:
+    explicit Client(unsigned short port) {
+        fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            ::close(fd);
+            fd = -1;
+        }
+    }
+    ~Client() { close(); }
+    bool connected() const { return fd >= 0; }
+    bool send(const std::string& bytes) {
+        return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == ssize_t(bytes.size());
+    }
+    // Reads until `size` bytes arrived or timeoutMs passed; what arrived.
+    std::string receive(size_t size, int timeoutMs = 3000) {
+        return readUntil(fd, size, timeoutMs);
+    }
+    // True when the gateway closed the connection within timeoutMs.
+    bool closedByPeer(int timeoutMs) {
+        pollfd ready{fd, POLLIN, 0};
+        char c;
+        return poll(&ready, 1, timeoutMs) == 1 && ::recv(fd, &c, 1, 0) <= 0;
+    }
+    // Closes with a reset instead of an orderly end when `abort` is set.
+    void close(bool abort = false) {
+        if (fd < 0) return;
+        if (abort) {
+            linger hard{1, 0};
+            setsockopt(fd, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+        }
+        ::close(fd);
+        fd = -1;
+    }
+
+  private:
+    int fd = -1;
+};
+
+}  // namespace orvane::test

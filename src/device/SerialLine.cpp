@@ -9,30 +9,23 @@
 
 namespace orvane {
 
-namespace {
-
-bool currentTermios(int fd, termios* tio, const char* method) {
-    if (tcgetattr(fd, tio) == 0) return true;
-    int err = errno;
-    ORVANE_LOG_AS(3, "E", "SerialPort", method, "tcgetattr error: %s", strerror(err));
-    return false;
-}
-
-}  // namespace
-
 bool SerialPort::setLine(const LineSettings& line) {
-    if (fd_ < 0) {
+    if (!isOpen()) {
         ORVANE_ERROR("Device is not open, cannot set line %s", lineText(line).c_str());
         return false;
     }
     termios tio{};
-    if (!currentTermios(fd_, &tio, __func__)) return false;
+    if (tcgetattr(fd_.get(), &tio) != 0) {
+        int err = errno;
+        ORVANE_ERROR("tcgetattr error: %s", strerror(err));
+        return false;
+    }
     std::string error;
     if (!detail::lineTermios(line, &tio, &error)) {
         ORVANE_ERROR("%s", error.c_str());
         return false;
     }
-    if (tcsetattr(fd_, TCSANOW, &tio) != 0) {
+    if (tcsetattr(fd_.get(), TCSANOW, &tio) != 0) {
         int err = errno;
         ORVANE_ERROR("Can't set line %s: %s", lineText(line).c_str(), strerror(err));
         return false;
@@ -41,12 +34,16 @@ bool SerialPort::setLine(const LineSettings& line) {
 }
 
 bool SerialPort::getLine(LineSettings* line) {
-    if (line == nullptr || fd_ < 0) {
+    if (line == nullptr || !isOpen()) {
         ORVANE_ERROR("parameter error.");
         return false;
     }
     termios tio{};
-    if (!currentTermios(fd_, &tio, __func__)) return false;
+    if (tcgetattr(fd_.get(), &tio) != 0) {
+        int err = errno;
+        ORVANE_ERROR("tcgetattr error: %s", strerror(err));
+        return false;
+    }
     *line = detail::lineOf(tio);
     return true;
 }

@@ -11,10 +11,10 @@ namespace orvane {
 // questions to the file system about the entry it names.
 //
 //     FilePath log = FilePath("/data") / "logs" / "app.log";
-//     log.parent().str();                        // "/data/logs"
+//     log.parent().toString();                        // "/data/logs"
 //     log.stem() + "." + log.extension();        // "app" "." "log"
 //     FilePath("/data/a/../b/").normalised();    // "/data/b"
-//     FilePath("/data/b/c").relativeTo("/data/x").str();  // "../b/c"
+//     FilePath("/data/b/c").relativeTo("/data/x").toString();  // "../b/c"
 //     if (log.isFile() && log.size() > 1 << 20) { ... }
 //
 // The string operations (everything but the ones marked "disk") never touch
@@ -45,7 +45,7 @@ class ORVANE_API FilePath {
     FilePath(std::string path);  // NOLINT: implicit, a path is a string
     FilePath(const char* path);  // NOLINT: null is taken as ""
 
-    const std::string& str() const { return path_; }
+    const std::string& toString() const { return path_; }
     bool empty() const { return path_.empty(); }
     bool isAbsolute() const { return !path_.empty() && path_[0] == '/'; }
 

@@ -239,7 +239,7 @@ bool copyTree(const std::string& from, const std::string& to, WalkError* error) 
         FilePath targetParent =
             target.parent().isDirectory() ? target.parent().realPath() : FilePath();
         if (!real.empty() && !targetParent.empty() &&
-            (targetParent / target.fileName()).str().rfind(real.str() + "/", 0) == 0) {
+            (targetParent / target.fileName()).toString().rfind(real.toString() + "/", 0) == 0) {
             return error->set(EINVAL, to);
         }
         source = from + "/.";

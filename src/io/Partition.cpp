@@ -139,13 +139,13 @@ bool Partition::mountOf(const std::string& path, MountInfo* info) {
     if (!list(&mounts)) return false;
     const MountInfo* best = nullptr;
     for (const MountInfo& m : mounts) {
-        if (isUnder(real.str(), m.mountPoint) &&
+        if (isUnder(real.toString(), m.mountPoint) &&
             (best == nullptr || m.mountPoint.size() >= best->mountPoint.size())) {
             best = &m;
         }
     }
     if (best == nullptr) {
-        ORVANE_SERROR("no mount holds %s!", real.str().c_str());
+        ORVANE_SERROR("no mount holds %s!", real.toString().c_str());
         return false;
     }
     *info = *best;

@@ -35,20 +35,20 @@ TEST(FilePath, SplitsJoinsAndNormalisesWithoutTheDisk) {
                  {"/../x/.", "/../x", ".", ".", ""}};
     for (const auto& c : cases) {
         FilePath p(c.path);
-        EXPECT_EQ(p.parent().str() + "|" + p.fileName() + "|" + p.stem() + "|" + p.extension(),
+        EXPECT_EQ(p.parent().toString() + "|" + p.fileName() + "|" + p.stem() + "|" + p.extension(),
                   std::string(c.parent) + "|" + c.fileName + "|" + c.stem + "|" + c.extension);
-        EXPECT_EQ(p.normalised().str(), peerNormal(c.path)) << c.path;
+        EXPECT_EQ(p.normalised().toString(), peerNormal(c.path)) << c.path;
     }
-    EXPECT_EQ(FilePath("a/..").normalised().str(), ".");
-    EXPECT_EQ((FilePath("/data") / "logs" / "a").str(), "/data/logs/a");
-    EXPECT_EQ((FilePath("/data/") / "logs").str(), "/data/logs");
-    EXPECT_EQ((FilePath("/data") / "/etc").str(), "/etc");
-    EXPECT_EQ((FilePath("data") / "").str(), "data");
+    EXPECT_EQ(FilePath("a/..").normalised().toString(), ".");
+    EXPECT_EQ((FilePath("/data") / "logs" / "a").toString(), "/data/logs/a");
+    EXPECT_EQ((FilePath("/data/") / "logs").toString(), "/data/logs");
+    EXPECT_EQ((FilePath("/data") / "/etc").toString(), "/etc");
+    EXPECT_EQ((FilePath("data") / "").toString(), "data");
 
     const char* relations[][2] = {{"/a/b/c", "/a/x"}, {"/a/b", "/a/b/"}, {"/a", "/a/b/c"},
                                   {"a/b", "a//./c"},  {"../a", "b"},     {"/x", "/"}};
     for (const auto& r : relations) {
-        EXPECT_EQ(FilePath(r[0]).relativeTo(r[1]).str(),
+        EXPECT_EQ(FilePath(r[0]).relativeTo(r[1]).toString(),
                   fs::path(r[0]).lexically_normal().lexically_relative(peerNormal(r[1])).string())
             << r[0] << " from " << r[1];
     }
@@ -84,9 +84,9 @@ TEST_F(FilePathTest, AnswersDiskQueriesAboutEachKindOfEntry) {
     ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
     EXPECT_EQ(FilePath(dir + "/link").modifyTime(), 1700000000250000LL);
     EXPECT_EQ(FilePath(dir + "/none").modifyTime(), -1);
-    EXPECT_EQ(FilePath(dir + "//./link").realPath().str(), fs::canonical(file).string());
+    EXPECT_EQ(FilePath(dir + "//./link").realPath().toString(), fs::canonical(file).string());
     EXPECT_TRUE(FilePath(dir + "/dangling").realPath().empty());
-    EXPECT_EQ(FilePath("a/../b").absolute().str(), (fs::current_path() / "b").string());
+    EXPECT_EQ(FilePath("a/../b").absolute().toString(), (fs::current_path() / "b").string());
     EXPECT_TRUE(FilePath().absolute().empty());
 }
 

@@ -46,8 +46,10 @@
 #endif
 
 // Under valgrind the shared stack is registered as a stack, so that the
-// switches onto it and off it are not taken for one huge frame.
+// switches onto it and off it are not taken for one huge frame, and a
+// restored stack image is made accessible before it is written.
 #if defined(ORVANE_HAVE_VALGRIND_H)
+#include <valgrind/memcheck.h>
 #include <valgrind/valgrind.h>
 #endif
 
@@ -245,6 +247,11 @@ ORVANE_CO_UNCHECKED __attribute__((noinline)) bool Coroutine::saveStack() {
 void Coroutine::restoreStack() {
     if (!saveBuffer || savedSize <= 0) return;
     unsigned char* to = scheduler->stack_ + kStackSize - savedSize;
+#if defined(ORVANE_HAVE_VALGRIND_H)
+    // Frames that other coroutines left there were popped; memcheck holds
+    // them inaccessible until the image is written back.
+    VALGRIND_MAKE_MEM_UNDEFINED(to, savedSize);
+#endif
     copyStack(to, saveBuffer.get(), static_cast<size_t>(savedSize));
 }
 

@@ -361,6 +361,7 @@ void CoScheduler::coroutineEntry(void* arg) {
 }
 
 int CoScheduler::switchIn(Coroutine* co) {
+    callerFiber = tsanCurrentFiber();  // where the coroutine switches back to
 #if defined(ORVANE_CO_ASAN)
     // Frames of earlier occupants of the shared stack leave poisoned redzones.
     ASAN_UNPOISON_MEMORY_REGION(stack_, kStackSize);
@@ -381,7 +382,6 @@ int CoScheduler::switchIn(Coroutine* co) {
     fiberEnter(fake, nullptr, nullptr);
     return err;
 #else
-    callerFiber = tsanCurrentFiber();
     ORVANE_CO_TSAN_SWITCH(co->tsanFiber);
     if (swapcontext(&context_, &co->context) == 0) return 0;
     int err = errno;

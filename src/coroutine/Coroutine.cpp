@@ -134,6 +134,26 @@ inline void tsanDestroyFiber(void* fiber) {
 #endif
 }
 
+// Registers [begin, end) as a stack with valgrind and returns its id; 0 and
+// nothing to do without valgrind's headers.
+inline unsigned valgrindRegisterStack(unsigned char* begin, unsigned char* end) {
+#if defined(ORVANE_HAVE_VALGRIND_H)
+    return VALGRIND_STACK_REGISTER(begin, end);
+#else
+    (void)begin;
+    (void)end;
+    return 0;
+#endif
+}
+
+inline void valgrindDeregisterStack(unsigned id) {
+#if defined(ORVANE_HAVE_VALGRIND_H)
+    VALGRIND_STACK_DEREGISTER(id);
+#else
+    (void)id;
+#endif
+}
+
 }  // namespace
 
 // ---- Coroutine --------------------------------------------------------------
@@ -264,9 +284,7 @@ CoScheduler::CoScheduler()
       callerStackSize(0),
       callerFiber(nullptr),
       valgrindStackId(0) {
-#if defined(ORVANE_HAVE_VALGRIND_H)
-    valgrindStackId = VALGRIND_STACK_REGISTER(stack_, stack_ + kStackSize);
-#endif
+    valgrindStackId = valgrindRegisterStack(stack_, stack_ + kStackSize);
 }
 
 CoScheduler::~CoScheduler() {
@@ -274,9 +292,7 @@ CoScheduler::~CoScheduler() {
         entry.second->state_ = Coroutine::kIdle;
         entry.second->scheduler = nullptr;
     }
-#if defined(ORVANE_HAVE_VALGRIND_H)
-    VALGRIND_STACK_DEREGISTER(valgrindStackId);
-#endif
+    valgrindDeregisterStack(valgrindStackId);
 }
 
 bool CoScheduler::start(std::shared_ptr<Coroutine> co) {

@@ -82,6 +82,9 @@ class ORVANE_API Coroutine {
     // The coroutine's own fake-stack handle while it is suspended; used only
     // by AddressSanitizer builds, present in all for one object layout.
     void* fakeStack;
+    // The coroutine's ThreadSanitizer fiber, from its start until it is
+    // started again or destroyed (ThreadSanitizer builds only).
+    void* tsanFiber;
 };
 
 // Owns the 1 MiB stack that all its coroutines share, and the coroutines by
@@ -135,6 +138,11 @@ class ORVANE_API CoScheduler {
     // reported it at the last switch into a coroutine (sanitizer builds only).
     const void* callerStack;
     size_t callerStackSize;
+    // The ThreadSanitizer fiber of that thread at the last switch into a
+    // coroutine (ThreadSanitizer builds only).
+    void* callerFiber;
+    // The shared stack's registration with valgrind (builds with its headers).
+    unsigned valgrindStackId;
 };
 
 }  // namespace orvane

@@ -24,6 +24,35 @@
 #endif
 #endif
 
+// ThreadSanitizer keeps a shadow call stack and a clock per thread; it follows
+// a switch of stacks only through its fiber calls. Each coroutine is a fiber
+// of its own, and every switch names the fiber it goes to.
+#if defined(__SANITIZE_THREAD__)
+#define ORVANE_CO_TSAN 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define ORVANE_CO_TSAN 1
+#endif
+#endif
+
+#if defined(ORVANE_CO_TSAN)
+#include <sanitizer/tsan_interface.h>
+// The switch to a fiber orders everything before it before everything after
+// it. A macro, not a function: an instrumented function around it would leave
+// its frame on one fiber's shadow call stack and close it on the other's.
+#define ORVANE_CO_TSAN_SWITCH(fiber) __tsan_switch_to_fiber((fiber), 0)
+#else
+#define ORVANE_CO_TSAN_SWITCH(fiber) ((void)0)
+#endif
+
+// Under valgrind the shared stack is registered as a stack, so that the
+// switches onto it and off it are not taken for one huge frame, and a
+// restored stack image is made accessible before it is written.
+#if defined(ORVANE_HAVE_VALGRIND_H)
+#include <valgrind/memcheck.h>
+#include <valgrind/valgrind.h>
+#endif
+
 #if defined(ORVANE_CO_ASAN)
 #include <sanitizer/asan_interface.h>
 #include <sanitizer/common_interface_defs.h>
@@ -78,6 +107,53 @@ inline void fiberEnter(void* fakeStack, const void** bottomLeft, size_t* sizeLef
 #endif
 }
 
+// ThreadSanitizer fibers: the current one, a new one, the end of one. Without
+// ThreadSanitizer all are empty.
+inline void* tsanCurrentFiber() {
+#if defined(ORVANE_CO_TSAN)
+    return __tsan_get_current_fiber();
+#else
+    return nullptr;
+#endif
+}
+
+inline void tsanRenewFiber(void*& fiber) {
+#if defined(ORVANE_CO_TSAN)
+    if (fiber != nullptr) __tsan_destroy_fiber(fiber);
+    fiber = __tsan_create_fiber(0);
+#else
+    (void)fiber;
+#endif
+}
+
+inline void tsanDestroyFiber(void* fiber) {
+#if defined(ORVANE_CO_TSAN)
+    if (fiber != nullptr) __tsan_destroy_fiber(fiber);
+#else
+    (void)fiber;
+#endif
+}
+
+// Registers [begin, end) as a stack with valgrind and returns its id; 0 and
+// nothing to do without valgrind's headers.
+inline unsigned valgrindRegisterStack(unsigned char* begin, unsigned char* end) {
+#if defined(ORVANE_HAVE_VALGRIND_H)
+    return VALGRIND_STACK_REGISTER(begin, end);
+#else
+    (void)begin;
+    (void)end;
+    return 0;
+#endif
+}
+
+inline void valgrindDeregisterStack(unsigned id) {
+#if defined(ORVANE_HAVE_VALGRIND_H)
+    VALGRIND_STACK_DEREGISTER(id);
+#else
+    (void)id;
+#endif
+}
+
 }  // namespace
 
 // ---- Coroutine --------------------------------------------------------------
@@ -90,9 +166,12 @@ Coroutine::Coroutine()
       state_(kIdle),
       savedSize(0),
       saveBuffer(nullptr),
-      fakeStack(nullptr) {}
+      fakeStack(nullptr),
+      tsanFiber(nullptr) {}
 
-Coroutine::~Coroutine() = default;
+// Never runs on its own fiber: a coroutine that stops itself is kept until it
+// has switched back.
+Coroutine::~Coroutine() { tsanDestroyFiber(tsanFiber); }
 
 // Everything this function and its callers keep across the switch lies above
 // the marker in saveStack, so it is part of the copy. Nothing may be written
@@ -120,8 +199,10 @@ ORVANE_CO_UNCHECKED bool Coroutine::yield() {
     int err = errno;  // setcontext returns only on failure
     fiberEnter(fakeStack, nullptr, nullptr);
 #else
+    ORVANE_CO_TSAN_SWITCH(scheduler->callerFiber);
     if (swapcontext(&context, &scheduler->context_) == 0) return true;
     int err = errno;
+    ORVANE_CO_TSAN_SWITCH(tsanFiber);
 #endif
     state_ = kRunning;
     ORVANE_ERROR("swap context error:%s", strerror(err));
@@ -186,19 +267,32 @@ ORVANE_CO_UNCHECKED __attribute__((noinline)) bool Coroutine::saveStack() {
 void Coroutine::restoreStack() {
     if (!saveBuffer || savedSize <= 0) return;
     unsigned char* to = scheduler->stack_ + kStackSize - savedSize;
+#if defined(ORVANE_HAVE_VALGRIND_H)
+    // Frames that other coroutines left there were popped; memcheck holds
+    // them inaccessible until the image is written back.
+    VALGRIND_MAKE_MEM_UNDEFINED(to, savedSize);
+#endif
     copyStack(to, saveBuffer.get(), static_cast<size_t>(savedSize));
 }
 
 // ---- CoScheduler ------------------------------------------------------------
 
 CoScheduler::CoScheduler()
-    : className("CoScheduler"), context_(), callerStack(nullptr), callerStackSize(0) {}
+    : className("CoScheduler"),
+      context_(),
+      callerStack(nullptr),
+      callerStackSize(0),
+      callerFiber(nullptr),
+      valgrindStackId(0) {
+    valgrindStackId = valgrindRegisterStack(stack_, stack_ + kStackSize);
+}
 
 CoScheduler::~CoScheduler() {
     for (auto& entry : coroutines) {
         entry.second->state_ = Coroutine::kIdle;
         entry.second->scheduler = nullptr;
     }
+    valgrindDeregisterStack(valgrindStackId);
 }
 
 bool CoScheduler::start(std::shared_ptr<Coroutine> co) {
@@ -223,6 +317,8 @@ bool CoScheduler::start(std::shared_ptr<Coroutine> co) {
     co->context.uc_stack.ss_size = kStackSize;
     makecontext(&co->context, reinterpret_cast<void (*)()>(&CoScheduler::coroutineEntry), 1,
                 co.get());
+    // A fresh fiber: one left by an earlier run still holds that run's frames.
+    tsanRenewFiber(co->tsanFiber);
     int err = switchIn(co.get());
     retired.reset();
     if (err == 0) return true;
@@ -270,9 +366,18 @@ void CoScheduler::coroutineEntry(void* arg) {
     co->state_ = Coroutine::kIdle;
     // Returning switches to the scheduler through uc_link; this stack is done.
     fiberLeave(nullptr, co->scheduler->callerStack, co->scheduler->callerStackSize);
+#if defined(ORVANE_CO_TSAN)
+    // The return itself would close this frame on the scheduler's fiber: the
+    // switch goes straight to the scheduler instead, this fiber keeps the frame.
+    ORVANE_CO_TSAN_SWITCH(owner->callerFiber);
+    setcontext(&owner->context_);
+    // setcontext returns only on failure: the return through uc_link remains.
+    ORVANE_CO_TSAN_SWITCH(co->tsanFiber);
+#endif
 }
 
 int CoScheduler::switchIn(Coroutine* co) {
+    callerFiber = tsanCurrentFiber();  // where the coroutine switches back to
 #if defined(ORVANE_CO_ASAN)
     // Frames of earlier occupants of the shared stack leave poisoned redzones.
     ASAN_UNPOISON_MEMORY_REGION(stack_, kStackSize);
@@ -293,8 +398,11 @@ int CoScheduler::switchIn(Coroutine* co) {
     fiberEnter(fake, nullptr, nullptr);
     return err;
 #else
+    ORVANE_CO_TSAN_SWITCH(co->tsanFiber);
     if (swapcontext(&context_, &co->context) == 0) return 0;
-    return errno;
+    int err = errno;
+    ORVANE_CO_TSAN_SWITCH(callerFiber);
+    return err;
 #endif
 }
 

@@ -11,6 +11,12 @@
 
 #include "support/LogCapture.h"
 
+#if __has_include(<valgrind/valgrind.h>)
+#include <valgrind/valgrind.h>
+#else
+#define RUNNING_ON_VALGRIND 0
+#endif
+
 namespace orvane {
 namespace {
 
@@ -123,6 +129,11 @@ TEST(Coroutine, RefusesBadInputSilently) {
 // lies in memory the test owns; the large array is never written, so the
 // scheduler's own fields beneath the stack stay intact.
 TEST(Coroutine, RefusesAYieldFromAStackDeeperThanTheSharedOne) {
+    if (RUNNING_ON_VALGRIND) {
+        // Memcheck marks a popped frame inaccessible, here the scheduler's own
+        // fields beneath its stack too, and then reports every later use.
+        GTEST_SKIP() << "memcheck cannot follow a frame beyond the shared stack";
+    }
     constexpr size_t kSlack = 512 * 1024;
     std::unique_ptr<unsigned char[]> block(new unsigned char[kSlack + sizeof(CoScheduler) + 64]);
     auto base = (reinterpret_cast<uintptr_t>(block.get()) + kSlack + 63) & ~uintptr_t(63);

@@ -56,22 +56,30 @@ inline sockaddr_in loopback(unsigned short port) {
     return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
 }
 
-// A socket of `type` bound to 127.0.0.1 on an ephemeral port (listening if a stream).
+// A socket of `type` bound to 127.0.0.1 on an ephemeral port (listening if a
+// stream); -1 when it cannot be bound.
 inline int bsdSocket(int type, unsigned short* port) {
     int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
-    bind(fd, reinterpret_cast<sockaddr*>(&address), size);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), size) != 0) {
+        if (fd >= 0) close(fd);
+        return -1;
+    }
     if (type == SOCK_STREAM) listen(fd, 8);
     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
     *port = ntohs(address.sin_port);
     return fd;
 }
 
+// A client connected to 127.0.0.1:port; -1 when it cannot connect.
 inline int bsdConnect(unsigned short port) {
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(port);
-    connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        if (fd >= 0) close(fd);
+        return -1;
+    }
     return fd;
 }
 

@@ -23,7 +23,8 @@ std::vector<int> taskIds() {
     DIR* dir = opendir("/proc/self/task");
     if (dir == nullptr) return ids;
     while (dirent* entry = readdir(dir)) {
-        if (entry->d_name[0] != '.') ids.push_back(atoi(entry->d_name));
+        if (entry->d_name[0] != '.')
+            ids.push_back(static_cast<int>(strtol(entry->d_name, nullptr, 10)));
     }
     closedir(dir);
     return ids;

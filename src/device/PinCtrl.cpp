@@ -318,8 +318,8 @@ bool PinChip::requestLines(const std::vector<unsigned int>& offsets, int directi
         return false;
     }
     for (size_t i = 0; i < offsets.size(); ++i) {
-        bool repeated = std::find(offsets.begin(), offsets.begin() + i, offsets[i]) !=
-                        offsets.begin() + static_cast<long>(i);
+        bool repeated = std::find(offsets.begin(), offsets.begin() + static_cast<std::ptrdiff_t>(i),
+                                  offsets[i]) != offsets.begin() + static_cast<std::ptrdiff_t>(i);
         if (offsets[i] >= static_cast<unsigned int>(lines_) || repeated) {
             ORVANE_ERROR("bad line:%u (%s)", offsets[i],
                          repeated ? "repeated" : "beyond the chip's lines");

@@ -46,6 +46,8 @@ bool parseLine(const std::string& line, MountInfo* info) {
           info->options)) {
         return false;
     }
+    // The kernel writes two small decimal numbers here.
+    // NOLINTNEXTLINE(cert-err34-c)
     if (sscanf(devText.c_str(), "%u:%u", &info->major, &info->minor) != 2) return false;
     while (in >> field && field != "-") {
     }

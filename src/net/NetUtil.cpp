@@ -153,6 +153,7 @@ std::vector<std::string> NetUtil::interfaceNames() {
     freeifaddrs(list);
     std::sort(found.begin(), found.end());
     std::vector<std::string> names;
+    names.reserve(found.size());
     for (auto& item : found) names.push_back(item.second);
     return names;
 }

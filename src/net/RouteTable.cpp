@@ -25,6 +25,8 @@ std::string defaultGateway(const std::string& table, std::string* ifName) {
         unsigned int destination = 0, gateway = 0, flags = 0, mask = 0;
         int refCount = 0, use = 0;
         long metric = 0;
+        // The kernel writes the table; a field it cannot hold is not expected.
+        // NOLINTNEXTLINE(cert-err34-c)
         int fields = sscanf(line.c_str(), "%16s %x %x %x %d %d %ld %x", name, &destination,
                             &gateway, &flags, &refCount, &use, &metric, &mask);
         if (fields != 8 || destination != 0 || mask != 0) continue;

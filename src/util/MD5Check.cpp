@@ -22,8 +22,8 @@ inline uint32_t rotl(uint32_t x, int n) { return (x << n) | (x >> (32 - n)); }
 
 // The four rounds of RFC 1321, with the usual cheaper forms of F and G.
 #define MD5_STEP(f, a, b, c, d, x, t, s) \
-    a += f(b, c, d) + (x) + (t);         \
-    a = rotl(a, s) + b
+    (a) += f(b, c, d) + (x) + (t);       \
+    (a) = rotl(a, s) + (b)
 #define MD5_F(b, c, d) ((d) ^ ((b) & ((c) ^ (d))))
 #define MD5_G(b, c, d) ((c) ^ ((d) & ((b) ^ (c))))
 #define MD5_H(b, c, d) ((b) ^ (c) ^ (d))

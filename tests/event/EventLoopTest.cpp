@@ -93,6 +93,7 @@ TEST(EventLoop, RunsPostsAndChangesFromOtherThreadsInOrderOnItsThread) {
     ASSERT_TRUE(loop.start());
     std::vector<std::thread> posters;
     std::atomic<int> fromThreads{0};
+    posters.reserve(4);
     for (int t = 0; t < 4; ++t) {
         posters.emplace_back([&] {
             for (int i = 0; i < 100; ++i) loop.post([&] { ++fromThreads; });

@@ -34,7 +34,7 @@ inline std::vector<int> openFds() {
     int own = ::dirfd(dir);
     while (dirent* entry = ::readdir(dir)) {
         if (entry->d_name[0] == '.') continue;
-        int fd = std::atoi(entry->d_name);
+        int fd = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
         if (fd != own) fds.push_back(fd);
     }
     ::closedir(dir);

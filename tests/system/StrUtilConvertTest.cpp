@@ -102,7 +102,8 @@ TEST(StrUtil, ConvertsDoublesWithAPointWhateverTheLocale) {
         EXPECT_TRUE(StrUtil::toDouble(g.first, &d)) << g.first;
         EXPECT_EQ(d, g.second);
     }
-    for (std::string text : {"", "1,5", "1.5x", " 1", "nan", "inf", "1e400", "+-1", "1e-400"}) {
+    for (const std::string& text :
+         {"", "1,5", "1.5x", " 1", "nan", "inf", "1e400", "+-1", "1e-400"}) {
         double d = 9;
         std::string reason =
             text == "1e400" || text == "1e-400" ? "number out of range" : "not a number";
@@ -121,7 +122,7 @@ TEST(StrUtil, WritesAndReadsHexAndShowsSizesAndSpans) {
     EXPECT_EQ(StrUtil::toHex(bytes), "0001a5ff");
     EXPECT_EQ(StrUtil::toHex(bytes, true), "0001A5FF");
     std::string back;
-    for (std::string text :
+    for (const std::string& text :
          {std::string("0001A5ff"), StrUtil::hexView(bytes), std::string("00\n01\tA5\r\nff")}) {
         EXPECT_TRUE(StrUtil::fromHex(text, &back) && back == bytes) << text;
     }

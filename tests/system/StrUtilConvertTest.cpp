@@ -102,8 +102,7 @@ TEST(StrUtil, ConvertsDoublesWithAPointWhateverTheLocale) {
         EXPECT_TRUE(StrUtil::toDouble(g.first, &d)) << g.first;
         EXPECT_EQ(d, g.second);
     }
-    for (const std::string& text :
-         {"", "1,5", "1.5x", " 1", "nan", "inf", "1e400", "+-1", "1e-400"}) {
+    for (std::string text : {"", "1,5", "1.5x", " 1", "nan", "inf", "1e400", "+-1", "1e-400"}) {
         double d = 9;
         std::string reason =
             text == "1e400" || text == "1e-400" ? "number out of range" : "not a number";

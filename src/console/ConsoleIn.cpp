@@ -15,6 +15,10 @@ namespace orvane {
 
 namespace {
 
+// The console whose thread is the calling one, so that stop() called from a
+// handler never reads the thread object that start() may still be writing.
+thread_local const ConsoleIn* runningHere = nullptr;
+
 constexpr size_t kHistoryMax = 100;
 constexpr size_t kEscapeMax = 8;
 
@@ -111,8 +115,8 @@ bool ConsoleIn::stop() {
         ssize_t ignored = write(wake.get(), &one, sizeof one);
         (void)ignored;
     }
+    if (runningHere == this) return true;  // a handler asked
     if (!thread.joinable()) return true;
-    if (thread.get_id() == std::this_thread::get_id()) return true;  // a handler asked
     thread.join();
     wake.reset();
     device.reset();
@@ -337,6 +341,7 @@ void ConsoleIn::runLines(std::string* pending, bool atEnd) {
 }
 
 void ConsoleIn::run() {
+    runningHere = this;
     pthread_setname_np(pthread_self(), "ConsoleIn");
     if (terminal) refresh();
     std::string pending;

@@ -75,13 +75,14 @@ TEST_F(PinCtrlTest, DrivesAnExportedPinThroughItsAttributeFiles) {
 // The "kernel" here is a thread that makes the pin's directory once "5" is
 // written to export; the pin exported by open() is unexported by close().
 TEST_F(PinCtrlTest, ExportsAPinForItsLifetime) {
+    // Counted before the "kernel" starts: it opens the export file as it polls.
+    int fds = test::openFdCount();
     std::atomic<bool> quit{false};
     std::thread kernel([&] {
         while (!quit && slurp(dir + "/export") != "5")
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         if (!quit) addPin(5);
     });
-    int fds = test::openFdCount();
     {
         PinCtrl pin(dir);
         EXPECT_TRUE(pin.open(5, PIN_IN));

@@ -1,9 +1,4 @@
-#include <gtest/gtest.h>
 #include <orvane/FilePath.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <string>
 
 #include "io/TempDirFixture.h"
 
@@ -16,34 +11,31 @@ namespace fs = std::filesystem;
 // std::filesystem is the peer: it agrees but for the trailing slash it keeps.
 std::string peerNormal(const char* path) {
     std::string peer = fs::path(path).lexically_normal().string();
-    if (peer.size() > 1 && peer.back() == '/') peer.pop_back();
-    return peer;
+    return peer.size() > 1 && peer.back() == '/' ? peer.substr(0, peer.size() - 1) : peer;
 }
 
 TEST(FilePath, SplitsJoinsAndNormalisesWithoutTheDisk) {
     const struct {
-        const char *path, *parent, *fileName, *stem, *extension;
-    } cases[] = {{"/data/logs/app.log", "/data/logs", "app.log", "app", "log"},
-                 {"/data/logs/", "/data", "logs", "logs", ""},
-                 {"a.tar.gz", "", "a.tar.gz", "a.tar", "gz"},
-                 {".profile", "", ".profile", ".profile", ""},
-                 {"dir/name.", "dir", "name.", "name.", ""},
-                 {"/", "/", "", "", ""},
-                 {"//a//b/", "//a", "b", "b", ""},
-                 {"", "", "", "", ""},
-                 {"a/./b/../../..", "a/./b/../..", "..", "..", ""},
-                 {"/../x/.", "/../x", ".", ".", ""}};
+        const char *path, *parts;  // parent|fileName|stem|extension
+    } cases[] = {{"/data/logs/app.log", "/data/logs|app.log|app|log"},
+                 {"/data/logs/", "/data|logs|logs|"},
+                 {"a.tar.gz", "|a.tar.gz|a.tar|gz"},
+                 {".profile", "|.profile|.profile|"},
+                 {"dir/name.", "dir|name.|name.|"},
+                 {"/", "/|||"},
+                 {"//a//b/", "//a|b|b|"},
+                 {"", "|||"},
+                 {"a/./b/../../..", "a/./b/../..|..|..|"},
+                 {"/../x/.", "/../x|.|.|"},
+                 {"a/..", "a|..|..|"}};
     for (const auto& c : cases) {
         FilePath p(c.path);
         EXPECT_EQ(p.parent().toString() + "|" + p.fileName() + "|" + p.stem() + "|" + p.extension(),
-                  std::string(c.parent) + "|" + c.fileName + "|" + c.stem + "|" + c.extension);
+                  c.parts);
         EXPECT_EQ(p.normalised().toString(), peerNormal(c.path)) << c.path;
     }
-    EXPECT_EQ(FilePath("a/..").normalised().toString(), ".");
-    EXPECT_EQ((FilePath("/data") / "logs" / "a").toString(), "/data/logs/a");
-    EXPECT_EQ((FilePath("/data/") / "logs").toString(), "/data/logs");
+    EXPECT_EQ((FilePath("/data/") / "logs" / "" / "a").toString(), "/data/logs/a");
     EXPECT_EQ((FilePath("/data") / "/etc").toString(), "/etc");
-    EXPECT_EQ((FilePath("data") / "").toString(), "data");
 
     const char* relations[][2] = {{"/a/b/c", "/a/x"}, {"/a/b", "/a/b/"}, {"/a", "/a/b/c"},
                                   {"a/b", "a//./c"},  {"../a", "b"},     {"/x", "/"}};
@@ -65,21 +57,23 @@ TEST_F(FilePathTest, AnswersDiskQueriesAboutEachKindOfEntry) {
     std::string file = put("data.bin", "12345");
     fs::create_symlink(file, dir + "/link");
     fs::create_symlink("missing", dir + "/dangling");
-    const struct {
-        std::string path, kinds;  // exists, file, directory, link
-        int64_t size;
-    } cases[] = {{file, "EF--", 5},           {dir + "/link", "EF-L", 5},
-                 {dir, "E-D-", -2},           {dir + "/dangling", "---L", -1},
-                 {dir + "/none", "----", -1}, {"", "----", -1}};
+    const std::pair<std::string, const char*> cases[] = {
+        // exists, file, directory, link; the size but for a directory
+        {file, "EF-- 5"},
+        {dir + "/link", "EF-L 5"},
+        {dir, "E-D-"},
+        {dir + "/dangling", "---L -1"},
+        {"", "---- -1"}};
     for (const auto& c : cases) {
-        FilePath p(c.path);
-        std::string kinds = std::string(p.exists() ? "E" : "-") + (p.isFile() ? "F" : "-") +
-                            (p.isDirectory() ? "D" : "-") + (p.isLink() ? "L" : "-");
-        EXPECT_EQ(kinds, c.kinds) << c.path;
-        EXPECT_TRUE(c.size == -2 || p.size() == c.size) << c.path;
+        FilePath p(c.first);
+        std::string got = std::string(p.exists() ? "E" : "-") + (p.isFile() ? "F" : "-") +
+                          (p.isDirectory() ? "D" : "-") + (p.isLink() ? "L" : "-");
+        EXPECT_EQ(p.isDirectory() ? got : got + " " + std::to_string(p.size()), c.second)
+            << c.first;
     }
-    EXPECT_EQ(line("stat(" + dir + "/none)"), "<E>DATE [FilePath::size,L#] stat(" + dir +
-                                                  "/none) error: No such file or directory!");
+    EXPECT_EQ(
+        line("stat(" + dir + "/dangling)"),
+        "<E>DATE [FilePath::size,L#] stat(" + dir + "/dangling) error: No such file or directory!");
     struct timespec times[2] = {{1700000000, 250000000}, {1700000000, 250000000}};
     ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
     EXPECT_EQ(FilePath(dir + "/link").modifyTime(), 1700000000250000LL);
@@ -87,7 +81,6 @@ TEST_F(FilePathTest, AnswersDiskQueriesAboutEachKindOfEntry) {
     EXPECT_EQ(FilePath(dir + "//./link").realPath().toString(), fs::canonical(file).string());
     EXPECT_TRUE(FilePath(dir + "/dangling").realPath().empty());
     EXPECT_EQ(FilePath("a/../b").absolute().toString(), (fs::current_path() / "b").string());
-    EXPECT_TRUE(FilePath().absolute().empty());
 }
 
 }  // namespace

@@ -3,24 +3,22 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
-#include <vector>
 
 #include "support/LogCapture.h"
+#include "support/PrivateMount.h"
+
+// The tests of this folder take their POSIX and standard headers from here.
 
 namespace orvane {
 namespace test {
-
-// One row of an open-mode table: the descriptor's access mode, whether it
-// appends, and whether opening emptied the file.
-struct ModeCase {
-    int mode, access;
-    bool append, truncates;
-};
 
 // A private temporary directory, removed with everything in it; log lines
 // cleared before each test.
@@ -55,25 +53,28 @@ class TempDirTest : public ::testing::Test {
     // The first line containing `text`, normalised; "" when none comes.
     static std::string line(const std::string& text) { return LogCapture::get().waitLine(text); }
 
-    // Opens a fresh six-byte file with each row's mode and checks the descriptor.
-    template <class Device>
-    void checkModes(const std::vector<ModeCase>& cases) {
-        for (const ModeCase& c : cases) {
-            SCOPED_TRACE("mode " + std::to_string(c.mode));
-            std::string p = put("modes", "abcdef");
-            Device dev;
-            ASSERT_TRUE(dev.open(p, c.mode));
-            int flags = ::fcntl(dev.fd(), F_GETFL);
-            EXPECT_EQ(flags & O_ACCMODE, c.access);
-            EXPECT_EQ((flags & O_APPEND) != 0, c.append);
-            EXPECT_NE(::fcntl(dev.fd(), F_GETFD) & FD_CLOEXEC, 0);
-            EXPECT_TRUE(dev.close());
-            EXPECT_EQ(slurp(p).size(), c.truncates ? 0u : 6u);
-        }
-    }
-
     std::string dir;
 };
+
+// Runs body(top) in a death-test child that has a mount namespace of its own
+// with a tmpfs (mount `options`) on the fresh directory `top`; the child's
+// failed checks fail the test. Skips where no such namespace can be made.
+inline void inPrivateTmpfs(const std::string& top, const char* options,
+                           const std::function<void(const std::string&)>& body) {
+    std::filesystem::create_directories(top);
+    if (!canHideDirectory(top.c_str())) {
+        std::filesystem::remove(top);
+        GTEST_SKIP() << "no private mount namespace here";
+    }
+    EXPECT_EXIT(
+        {
+            if (!hideDirectory(top.c_str(), 0, options)) _exit(2);
+            body(top);
+            exitWithChecks();
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::filesystem::remove(top);
+}
 
 }  // namespace test
 }  // namespace orvane

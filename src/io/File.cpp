@@ -1,5 +1,6 @@
 #include <errno.h>
 #include <orvane/File.h>
+#include <orvane/Time.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -311,7 +312,7 @@ int64_t File::modifyTime(const std::string& path) {
         ORVANE_SERROR("lstat(%s) error: %s!", path.c_str(), strerror(err));
         return 0;
     }
-    return static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000 + st.st_mtim.tv_nsec / 1000;
+    return Time(st.st_mtim).toMicroSec();
 }
 
 bool File::remove(const std::string& path) {

@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <limits.h>
 #include <orvane/FilePath.h>
+#include <orvane/Time.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -52,6 +53,25 @@ std::vector<std::string> normalParts(const std::string& path) {
         out.push_back(std::move(part));
     }
     return out;
+}
+
+// stat() of `path` for the disk queries that log: false, logged for `method`
+// of `className`, when `path` is empty or stat() fails.
+bool statLogged(const std::string& className, const char* method, const std::string& path,
+                struct stat* st) {
+    if (!path.empty() && ::stat(path.c_str(), st) == 0) return true;
+    int err = path.empty() ? ENOENT : errno;
+    ORVANE_ERROR_IN(method, "stat(%s) error: %s!", path.c_str(), strerror(err));
+    return false;
+}
+
+// The st_mode of `path` (lstat() when not `follow`), 0 when it cannot be had.
+mode_t modeOf(const std::string& path, bool follow) {
+    struct stat st;
+    if (path.empty() || (follow ? ::stat(path.c_str(), &st) : ::lstat(path.c_str(), &st)) != 0) {
+        return 0;
+    }
+    return st.st_mode;
 }
 
 std::string joined(const std::vector<std::string>& parts, size_t from, bool absolute) {
@@ -165,44 +185,22 @@ FilePath FilePath::realPath() const {
     return FilePath(std::string(real.get()));
 }
 
-bool FilePath::exists() const {
-    struct stat st;
-    return !path_.empty() && ::stat(path_.c_str(), &st) == 0;
-}
+bool FilePath::exists() const { return modeOf(path_, true) != 0; }
 
-bool FilePath::isFile() const {
-    struct stat st;
-    return !path_.empty() && ::stat(path_.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-}
+bool FilePath::isFile() const { return S_ISREG(modeOf(path_, true)); }
 
-bool FilePath::isDirectory() const {
-    struct stat st;
-    return !path_.empty() && ::stat(path_.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
+bool FilePath::isDirectory() const { return S_ISDIR(modeOf(path_, true)); }
 
-bool FilePath::isLink() const {
-    struct stat st;
-    return !path_.empty() && ::lstat(path_.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
-}
+bool FilePath::isLink() const { return S_ISLNK(modeOf(path_, false)); }
 
 int64_t FilePath::size() const {
     struct stat st;
-    if (path_.empty() || ::stat(path_.c_str(), &st) != 0) {
-        int err = path_.empty() ? ENOENT : errno;
-        ORVANE_ERROR("stat(%s) error: %s!", path_.c_str(), strerror(err));
-        return -1;
-    }
-    return static_cast<int64_t>(st.st_size);
+    return statLogged(className, __func__, path_, &st) ? static_cast<int64_t>(st.st_size) : -1;
 }
 
 int64_t FilePath::modifyTime() const {
     struct stat st;
-    if (path_.empty() || ::stat(path_.c_str(), &st) != 0) {
-        int err = path_.empty() ? ENOENT : errno;
-        ORVANE_ERROR("stat(%s) error: %s!", path_.c_str(), strerror(err));
-        return -1;
-    }
-    return static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000 + st.st_mtim.tv_nsec / 1000;
+    return statLogged(className, __func__, path_, &st) ? Time(st.st_mtim).toMicroSec() : -1;
 }
 
 }  // namespace orvane

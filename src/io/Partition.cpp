@@ -85,6 +85,13 @@ bool statFs(const char* method, const std::string& path, struct statvfs* st) {
     return true;
 }
 
+// A block count of statvfs(`path`) in bytes; -1, logged for `method`, on failure.
+int64_t statFsBytes(const char* method, const std::string& path, fsblkcnt_t statvfs::*count) {
+    struct statvfs st;
+    if (!statFs(method, path, &st)) return -1;
+    return static_cast<int64_t>(st.*count) * static_cast<int64_t>(st.f_frsize);
+}
+
 // The MS_* flags of a mount that a remount must repeat to keep them.
 unsigned long keptFlags(unsigned long stFlags) {
     static const struct {
@@ -155,21 +162,15 @@ bool Partition::mountOf(const std::string& path, MountInfo* info) {
 }
 
 int64_t Partition::totalBytes(const std::string& path) {
-    struct statvfs st;
-    if (!statFs(__func__, path, &st)) return -1;
-    return static_cast<int64_t>(st.f_blocks) * static_cast<int64_t>(st.f_frsize);
+    return statFsBytes(__func__, path, &statvfs::f_blocks);
 }
 
 int64_t Partition::freeBytes(const std::string& path) {
-    struct statvfs st;
-    if (!statFs(__func__, path, &st)) return -1;
-    return static_cast<int64_t>(st.f_bfree) * static_cast<int64_t>(st.f_frsize);
+    return statFsBytes(__func__, path, &statvfs::f_bfree);
 }
 
 int64_t Partition::availableBytes(const std::string& path) {
-    struct statvfs st;
-    if (!statFs(__func__, path, &st)) return -1;
-    return static_cast<int64_t>(st.f_bavail) * static_cast<int64_t>(st.f_frsize);
+    return statFsBytes(__func__, path, &statvfs::f_bavail);
 }
 
 bool Partition::isReadOnly(const std::string& path) {

@@ -89,7 +89,8 @@ class ORVANE_API DirectFile : public IODevice {
     std::string className;
 
   private:
-    bool transfer(char* buf, size_t len, bool forWrite, size_t* done);
+    int transfer(const char* method, const char* paramText, char* buf, int len, bool forWrite);
+    bool moveBytes(char* buf, size_t len, bool forWrite, size_t* done);
     bool writeBlocks(const char* data, size_t len, int64_t at);
     void release();
 

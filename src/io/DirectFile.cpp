@@ -198,31 +198,11 @@ long DirectFile::setPos(long pos) {
 }
 
 int DirectFile::readData(char* buf, int len) {
-    if (buf == nullptr || len < 1) {
-        ORVANE_ERROR("param error!");
-        return -1;
-    }
-    if (!fd_.valid()) {
-        ORVANE_ERROR("device not open.");
-        return -1;
-    }
-    size_t done = 0;
-    if (!transfer(buf, static_cast<size_t>(len), false, &done)) return -1;
-    return static_cast<int>(done);
+    return transfer(__func__, "param error!", buf, len, false);
 }
 
 int DirectFile::writeData(const char* data, int len) {
-    if (data == nullptr || len < 1) {
-        ORVANE_ERROR("param error.");
-        return -1;
-    }
-    if (!fd_.valid()) {
-        ORVANE_ERROR("device not open.");
-        return -1;
-    }
-    size_t done = 0;
-    if (!transfer(const_cast<char*>(data), static_cast<size_t>(len), true, &done)) return -1;
-    return static_cast<int>(done);
+    return transfer(__func__, "param error.", const_cast<char*>(data), len, true);
 }
 
 int DirectFile::recvData(char* buf, int len, int timeoutUs) {
@@ -235,10 +215,26 @@ int DirectFile::sendData(const char* data, int len, int timeoutUs) {
     return writeData(data, len);
 }
 
+// The checks of readData and writeData, logged for `method`, then the move;
+// the byte count or -1.
+int DirectFile::transfer(const char* method, const char* paramText, char* buf, int len,
+                         bool forWrite) {
+    if (buf == nullptr || len < 1) {
+        ORVANE_ERROR_IN(method, "%s", paramText);
+        return -1;
+    }
+    if (!fd_.valid()) {
+        ORVANE_ERROR_IN(method, "device not open.");
+        return -1;
+    }
+    size_t done = 0;
+    return moveBytes(buf, static_cast<size_t>(len), forWrite, &done) ? static_cast<int>(done) : -1;
+}
+
 // Moves `len` bytes between `buf` and the file at the position, in chunks:
 // straight when buffer, position and length allow, else through the bounce
 // buffer. Logs the failure; *done counts the bytes moved.
-bool DirectFile::transfer(char* buf, size_t len, bool forWrite, size_t* done) {
+bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
     int64_t size = 0;
     if (forWrite && (size = getSize()) < 0) return false;
     int64_t at = forWrite && append_ ? size : pos_;

@@ -239,6 +239,7 @@ bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
     if (forWrite && (size = getSize()) < 0) return false;
     int64_t at = forWrite && append_ ? size : pos_;
     const size_t align = alignment_;
+    int64_t blocksEnd = 0;  // the end of the whole blocks written through the bounce buffer
     bool ok = true;
     while (*done < len) {
         size_t left = len - *done;
@@ -281,6 +282,7 @@ bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
             if (static_cast<size_t>(n) < span) break;
             continue;
         }
+        blocksEnd = std::max(blocksEnd, start + static_cast<int64_t>(span));
         if (!writeBlocks(here, take, at)) {
             ok = false;
             break;
@@ -289,8 +291,8 @@ bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
         at += static_cast<int64_t>(take);
     }
     if (forWrite && at > size) size = at;
-    // Whole blocks were written: the file may now reach past its true end.
-    if (forWrite && *done > 0 && getSize() > size && ::ftruncate(fd_.get(), size) != 0) {
+    // The last whole block written may reach past the true end of the file.
+    if (forWrite && blocksEnd > size && ::ftruncate(fd_.get(), size) != 0) {
         int err = errno;
         ORVANE_ERROR("truncate %s to %lld error: %s!", devName.c_str(),
                      static_cast<long long>(size), strerror(err));

@@ -90,8 +90,8 @@ class ORVANE_API DirectFile : public IODevice {
 
   private:
     int transfer(const char* method, const char* paramText, char* buf, int len, bool forWrite);
-    bool moveBytes(char* buf, size_t len, bool forWrite, size_t* done);
-    bool writeBlocks(const char* data, size_t len, int64_t at);
+    bool moveBytes(const char* method, char* buf, size_t len, bool forWrite, size_t* done);
+    bool writeBlocks(const char* method, const char* data, size_t len, int64_t at);
     void release();
 
     int64_t pos_;

@@ -228,13 +228,15 @@ int DirectFile::transfer(const char* method, const char* paramText, char* buf, i
         return -1;
     }
     size_t done = 0;
-    return moveBytes(buf, static_cast<size_t>(len), forWrite, &done) ? static_cast<int>(done) : -1;
+    return moveBytes(method, buf, static_cast<size_t>(len), forWrite, &done)
+               ? static_cast<int>(done)
+               : -1;
 }
 
 // Moves `len` bytes between `buf` and the file at the position, in chunks:
 // straight when buffer, position and length allow, else through the bounce
-// buffer. Logs the failure; *done counts the bytes moved.
-bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
+// buffer. Logs a failure for `method`; *done counts the bytes moved.
+bool DirectFile::moveBytes(const char* method, char* buf, size_t len, bool forWrite, size_t* done) {
     int64_t size = 0;
     if (forWrite && (size = getSize()) < 0) return false;
     int64_t at = forWrite && append_ ? size : pos_;
@@ -251,8 +253,8 @@ bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
                                  : ::pread(fd_.get(), here, chunk, at);
             if (n < 0 || (n == 0 && forWrite)) {
                 int err = n < 0 ? errno : EIO;
-                ORVANE_ERROR("%s %s error: %s!", forWrite ? "write" : "read", devName.c_str(),
-                             strerror(err));
+                ORVANE_ERROR_IN(method, "%s %s error: %s!", forWrite ? "write" : "read",
+                                devName.c_str(), strerror(err));
                 ok = false;
                 break;
             }
@@ -270,7 +272,7 @@ bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
             ssize_t n = ::pread(fd_.get(), bounce_, span, start);
             if (n < 0) {
                 int err = errno;
-                ORVANE_ERROR("read %s error: %s!", devName.c_str(), strerror(err));
+                ORVANE_ERROR_IN(method, "read %s error: %s!", devName.c_str(), strerror(err));
                 ok = false;
                 break;
             }
@@ -283,7 +285,7 @@ bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
             continue;
         }
         blocksEnd = std::max(blocksEnd, start + static_cast<int64_t>(span));
-        if (!writeBlocks(here, take, at)) {
+        if (!writeBlocks(method, here, take, at)) {
             ok = false;
             break;
         }
@@ -294,8 +296,8 @@ bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
     // The last whole block written may reach past the true end of the file.
     if (forWrite && blocksEnd > size && ::ftruncate(fd_.get(), size) != 0) {
         int err = errno;
-        ORVANE_ERROR("truncate %s to %lld error: %s!", devName.c_str(),
-                     static_cast<long long>(size), strerror(err));
+        ORVANE_ERROR_IN(method, "truncate %s to %lld error: %s!", devName.c_str(),
+                        static_cast<long long>(size), strerror(err));
         ok = false;
     }
     pos_ = at;
@@ -304,7 +306,7 @@ bool DirectFile::moveBytes(char* buf, size_t len, bool forWrite, size_t* done) {
 
 // Writes `len` bytes (fitting the bounce buffer) at `at` as whole blocks,
 // reading back the partly covered first and last block.
-bool DirectFile::writeBlocks(const char* data, size_t len, int64_t at) {
+bool DirectFile::writeBlocks(const char* method, const char* data, size_t len, int64_t at) {
     const size_t align = alignment_;
     int64_t start = at - at % static_cast<int64_t>(align);
     size_t delta = static_cast<size_t>(at - start);
@@ -318,7 +320,7 @@ bool DirectFile::writeBlocks(const char* data, size_t len, int64_t at) {
         if (::pread(fd_.get(), bounce_ + edges[i], align, start + static_cast<int64_t>(edges[i])) <
             0) {
             int err = errno;
-            ORVANE_ERROR("read back %s error: %s!", devName.c_str(), strerror(err));
+            ORVANE_ERROR_IN(method, "read back %s error: %s!", devName.c_str(), strerror(err));
             return false;
         }
     }
@@ -326,7 +328,7 @@ bool DirectFile::writeBlocks(const char* data, size_t len, int64_t at) {
     ssize_t n = ::pwrite(fd_.get(), bounce_, span, start);
     if (n != static_cast<ssize_t>(span)) {
         int err = n < 0 ? errno : EIO;
-        ORVANE_ERROR("write %s error: %s!", devName.c_str(), strerror(err));
+        ORVANE_ERROR_IN(method, "write %s error: %s!", devName.c_str(), strerror(err));
         return false;
     }
     return true;

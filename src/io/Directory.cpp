@@ -225,10 +225,24 @@ bool copyEntry(int srcDirFd, const std::string& srcName, int dstDirFd, const std
     return true;
 }
 
-// Copies `from` to the path `to`, which must not exist; removes a partial copy.
-bool copyTree(const std::string& from, const std::string& to, WalkError* error) {
+// Copies the entry `from` (not followed when a link) to the path `to`, which
+// must not exist. A failed copy is removed, unless it failed because `to`
+// appeared meanwhile: that one is someone else's.
+bool copyToNew(const std::string& from, const std::string& to, const std::string& shown,
+               WalkError* error) {
     struct stat st;
     if (::lstat(to.c_str(), &st) == 0) return error->set(EEXIST, to);
+    if (copyEntry(AT_FDCWD, from, AT_FDCWD, to, shown, error)) return true;
+    WalkError ignored;
+    if (error->err != EEXIST) removeTree(to, &ignored);
+    return false;
+}
+
+// Copies `from` (followed when a link) to the path `to`, which must not
+// exist; removes a partial copy.
+bool copyTree(const std::string& from, const std::string& to, WalkError* error) {
+    struct stat st;
+    if (::lstat(to.c_str(), &st) == 0) return error->set(EEXIST, to);  // before `from`'s errors
     // The caller's own path may be a link: copy what it names.
     if (::stat(from.c_str(), &st) != 0) return error->set(errno, from);
     std::string source = from;
@@ -244,11 +258,7 @@ bool copyTree(const std::string& from, const std::string& to, WalkError* error) 
         }
         source = from + "/.";
     }
-    if (copyEntry(AT_FDCWD, source, AT_FDCWD, to, from, error)) return true;
-    // Not a `to` that appeared meanwhile: that is someone else's.
-    WalkError ignored;
-    if (error->err != EEXIST) removeTree(to, &ignored);
-    return false;
+    return copyToNew(source, to, from, error);
 }
 
 bool sizeAt(int dirFd, const std::string& shown, std::set<std::pair<dev_t, ino_t>>* seen,
@@ -370,14 +380,7 @@ bool Directory::rename(const std::string& from, const std::string& to) {
         return false;
     }
     WalkError error;
-    if (::lstat(to.c_str(), &st) == 0) {
-        error.set(EEXIST, to);
-    } else if (copyEntry(AT_FDCWD, from, AT_FDCWD, to, from, &error)) {
-        if (removeTree(from, &error)) return true;
-    } else if (error.err != EEXIST) {
-        WalkError ignored;
-        removeTree(to, &ignored);
-    }
+    if (copyToNew(from, to, from, &error) && removeTree(from, &error)) return true;
     ORVANE_SERROR("move(%s)->(%s) error at %s: %s!", from.c_str(), to.c_str(), error.where.c_str(),
                   strerror(error.err));
     return false;

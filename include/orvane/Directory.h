@@ -59,6 +59,8 @@ class ORVANE_API Directory {
     // exist. One rename(2) on the same file system, atomic and without
     // replacing a `to` that appears meanwhile; across file systems a copy
     // followed by remove of `from` (not atomic; a failed copy is removed).
+    // Devices and sockets, which the copy skips with a warning, are gone
+    // after a move across file systems.
     static bool rename(const std::string& from, const std::string& to);
 
     // Copies the tree `from` to `to`, which must not exist: directories,

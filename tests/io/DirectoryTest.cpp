@@ -1,7 +1,6 @@
 #include <orvane/Directory.h>
 #include <sys/mount.h>
 
-#include <cstring>
 #include <vector>
 
 #include "io/TempDirFixture.h"
@@ -16,9 +15,8 @@ class DirectoryTest : public test::TempDirTest {
     std::string tree() {
         std::filesystem::create_directories(dir + "/t/sub");
         std::filesystem::create_directories(dir + "/outside");
-        for (const char* name : {"t/a.log", "t/.hidden.log", "t/sub/b.log", "t/sub/c.txt"}) {
-            put(name, std::string(strlen(name), 'x'));
-        }
+        for (const char* name : {"t/a.log", "t/.hidden.log", "t/sub/b.log", "t/sub/c.txt"})
+            put(name, name);
         put("outside/x.log", "precious");
         std::filesystem::create_directory_symlink(dir + "/outside", dir + "/t/outlink");
         std::filesystem::create_directory_symlink(".", dir + "/t/loop");
@@ -55,16 +53,6 @@ TEST_F(DirectoryTest, ListsEntriesAsFindDoesWithoutFollowingLinks) {
               "<E>DATE [list,L#] list dir(" + dir + "/none) error: No such file or directory!");
 }
 
-TEST_F(DirectoryTest, RemovesATreeButNeverWhatItsLinksPointTo) {
-    std::string t = tree(), viaLink = dir + "/to-outside";
-    std::filesystem::create_directory_symlink(dir + "/outside", viaLink);
-    // The link only, the tree, then nothing left to remove.
-    EXPECT_TRUE(Directory::remove(viaLink) && Directory::remove(t) && Directory::remove(t));
-    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(t)) ||
-                 std::filesystem::exists(std::filesystem::symlink_status(viaLink)));
-    EXPECT_EQ(slurp(dir + "/outside/x.log"), "precious");
-}
-
 TEST(DirectoryDeathTest, LeavesAnotherFileSystemMountedInsideTheTree) {
     test::inPrivateTmpfs("/tmp/orvane_dir_mount_test", nullptr, [](const std::string& top) {
         std::filesystem::create_directories(top + "/tree/mnt");
@@ -99,8 +87,9 @@ TEST_F(DirectoryTest, CopiesATreeThatDiffAndFindSeeEqual) {
                                        copy + ": File exists!");
 }
 
-// /dev/shm is another file system than the temporary directory: a copy and a removal.
-TEST_F(DirectoryTest, MovesTreesWithinAndAcrossFileSystems) {
+// /dev/shm is another file system than the temporary directory: a copy and a
+// removal. Removing never follows the links inside.
+TEST_F(DirectoryTest, MovesTreesWithinAndAcrossFileSystemsAndRemovesThem) {
     std::string t = tree(), shown = "-printf '%P %M %l\\n'", listing = found(t, shown);
     EXPECT_FALSE(Directory::rename(t, dir + "/outside"));  // target exists
     EXPECT_NE(line("rename("), "");
@@ -111,7 +100,13 @@ TEST_F(DirectoryTest, MovesTreesWithinAndAcrossFileSystems) {
         EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(t)));
         t = to;
     }
-    EXPECT_TRUE(Directory::remove(shm));
+    std::string viaLink = dir + "/to-outside";
+    std::filesystem::create_directory_symlink(dir + "/outside", viaLink);
+    // The link only, the tree, then nothing left to remove.
+    EXPECT_TRUE(Directory::remove(viaLink) && Directory::remove(shm) && Directory::remove(shm));
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(shm)) ||
+                 std::filesystem::exists(std::filesystem::symlink_status(viaLink)));
+    EXPECT_EQ(slurp(dir + "/outside/x.log"), "precious");
 }
 
 TEST_F(DirectoryTest, CreatesUniqueTemporaryDirectoriesAndMeasuresTrees) {

@@ -38,8 +38,6 @@ TEST_F(FileTest, RefusesClosedFilesAndBadArgumentsWithoutLeaking) {
                                        "/missing) open error: No such file or directory.");
         std::string p = put("data", "abc");
         ASSERT_TRUE(file.open(p, IO_READ) && file.open(p, IO_READ_WRITE));  // replaces the stream
-        EXPECT_EQ(file.readData(nullptr, 5), -1);
-        EXPECT_EQ(line("buf=0x"), "<E>DATE [File::readData,L#] parameter error:buf=0x0,count=5.");
         EXPECT_EQ(file.readData(buf, sizeof buf), 3);
     }
     EXPECT_EQ(test::openFdCount(), fds);
@@ -68,10 +66,6 @@ TEST_F(FileTest, StaticPathOperationsTellEntriesApart) {
     EXPECT_EQ(File::type(missing), FT_UNKNOWN);
     EXPECT_EQ(line("[type,"),
               "<E>DATE [type,L#] lstat(" + missing + ") error: No such file or directory!");
-    struct stat st;
-    ASSERT_EQ(::lstat(regular.c_str(), &st), 0);
-    EXPECT_EQ(File::modifyTime(regular), st.st_mtim.tv_sec * 1000000LL + st.st_mtim.tv_nsec / 1000);
-
     EXPECT_TRUE(File::rename(regular, moved) && File::truncate(moved, 3));
     EXPECT_EQ(File::readAll(moved), "123");
     EXPECT_FALSE(File::rename(moved, put("taken", "x")));

@@ -46,8 +46,6 @@ TEST_F(IODeviceTest, CreatesOnlyInCreatingModesAndReopensWithTheSameMode) {
         char buf[16] = {};
         EXPECT_EQ(dev.readData(buf, 4), -1);
         EXPECT_EQ(line("device not open"), "<E>DATE [IODevice::readData,L#] device not open.");
-        EXPECT_FALSE(dev.setWMBuffer(1000));
-        EXPECT_EQ(line("aligned"), "<E>DATE [IODevice::setWMBuffer,L#] size should be 4k aligned!");
         EXPECT_FALSE(dev.open(path, IO_READ_WRITE));
         EXPECT_EQ(line("open " + path), "<E>DATE [IODevice::open,L#] open " + path +
                                             " error: No such file or directory!");

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 
 #include "support/LogCapture.h"
@@ -36,10 +35,7 @@ class TempDirTest : public ::testing::Test {
         std::ofstream(p, std::ios::binary | std::ios::trunc) << content;
         return p;
     }
-    static std::string slurp(const std::string& p) {
-        std::ifstream in(p, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
+    static std::string slurp(const std::string& p) { return commandOutput("cat '" + p + "'"); }
     // What the shell command `command` prints on standard output.
     static std::string commandOutput(const std::string& command) {
         std::string out;

@@ -1,3 +1,4 @@
+#include <orvane/File.h>
 #include <orvane/FilePath.h>
 
 #include "io/TempDirFixture.h"
@@ -53,24 +54,30 @@ TEST(FilePath, SplitsJoinsAndNormalisesWithoutTheDisk) {
     EXPECT_NE(capture.waitLine("climbs out"), "");
 }
 
+// FilePath's predicates beside File's static exists() (false for a
+// directory) and type() (of the entry itself, not what a link points to).
 TEST_F(FilePathTest, AnswersDiskQueriesAboutEachKindOfEntry) {
     std::string file = put("data.bin", "12345");
     fs::create_symlink(file, dir + "/link");
     fs::create_symlink("missing", dir + "/dangling");
     const std::pair<std::string, const char*> cases[] = {
-        // exists, file, directory, link; the size but for a directory
-        {file, "EF-- 5"},
-        {dir + "/link", "EF-L 5"},
-        {dir, "E-D-"},
-        {dir + "/dangling", "---L -1"},
-        {"", "---- -1"}};
+        // exists, file, directory, link; the size but for a directory | File's view
+        {file, "EF-- 5|e0"},
+        {dir + "/link", "EF-L 5|e4"},
+        {dir, "E-D-|-1"},
+        {dir + "/dangling", "---L -1|-4"},
+        {"", "---- -1|--1"}};
     for (const auto& c : cases) {
         FilePath p(c.first);
         std::string got = std::string(p.exists() ? "E" : "-") + (p.isFile() ? "F" : "-") +
                           (p.isDirectory() ? "D" : "-") + (p.isLink() ? "L" : "-");
-        EXPECT_EQ(p.isDirectory() ? got : got + " " + std::to_string(p.size()), c.second)
+        got += p.isDirectory() ? "" : " " + std::to_string(p.size());
+        EXPECT_EQ(
+            got + "|" + (File::exists(c.first) ? "e" : "-") + std::to_string(File::type(c.first)),
+            c.second)
             << c.first;
     }
+    EXPECT_EQ(line("lstat()"), "<E>DATE [type,L#] lstat() error: No such file or directory!");
     EXPECT_EQ(
         line("stat(" + dir + "/dangling)"),
         "<E>DATE [FilePath::size,L#] stat(" + dir + "/dangling) error: No such file or directory!");

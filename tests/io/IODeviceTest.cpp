@@ -1,6 +1,8 @@
 #include <orvane/File.h>
 #include <orvane/IODevice.h>
 
+#include <memory>
+
 #include "io/TempDirFixture.h"
 #include "support/ChildProcess.h"
 #include "support/Descriptors.h"
@@ -84,13 +86,11 @@ TEST_F(IODeviceTest, NeverClosesDescriptorZero) {
     std::string path = put("fd0", "abc");
     EXPECT_TRUE(test::succeedsInChild([&] {
         ::close(0);
-        bool ok = false;
-        {
-            IODevice dev;
-            char byte = 0;
-            ok = dev.open(path, IO_READ) && dev.fd() == 0 && !dev.isOpen() &&
-                 dev.readData(&byte, 1) == 1 && byte == 'a' && dev.close() && dev.fd() == 0;
-        }
+        auto dev = std::make_unique<IODevice>();
+        char byte = 0;
+        bool ok = dev->open(path, IO_READ) && dev->fd() == 0 && !dev->isOpen() &&
+                  dev->readData(&byte, 1) == 1 && byte == 'a' && dev->close() && dev->fd() == 0;
+        dev.reset();
         return ok && test::isOpenFd(0);
     }));
 }

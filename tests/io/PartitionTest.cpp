@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "io/TempDirFixture.h"
+#include "support/Refusal.h"
 
 namespace orvane {
 namespace {
@@ -34,26 +35,18 @@ TEST_F(PartitionTest, FindsTheMountHoldingAPathAsFindmntDoes) {
     EXPECT_GT(Partition::totalBytes(dir), 0);
 
     // Each failure leaves exactly one line.
-    const struct {
-        std::function<bool()> fails;
-        std::string method, text;
-    } failures[] = {
-        {[&] { return !Partition::mountOf(dir + "/none", &info); }, "FilePath::realPath",
-         "realpath(" + dir + "/none) error: No such file or directory!"},
-        {[&] { return Partition::availableBytes(dir + "/none") == -1; }, "availableBytes",
-         "statvfs(" + dir + "/none) error: No such file or directory!"},
-        {[&] { return !Partition::unmount(dir); }, "unmount",
-         "umount " + dir + " error: Invalid argument!"},
-        {[&] { return !Partition::remount(dir, true); }, "remount",
-         "remount " + dir + " ro error: Invalid argument!"},
-        {[&] { return !Partition::sync(dir + "/none"); }, "sync",
-         "sync " + dir + "/none error: No such file or directory!"},
-    };
-    for (const auto& f : failures) {
-        std::vector<std::string> lines =
-            test::LogCapture::get().linesDuring([&] { EXPECT_TRUE(f.fails()) << f.text; });
-        EXPECT_EQ(lines, std::vector<std::string>{"<E>DATE [" + f.method + ",L#] " + f.text});
-    }
+    const std::string none = dir + "/none", noSuch = " error: No such file or directory!";
+    const std::pair<std::function<bool()>, std::string> failures[] = {
+        {[&] { return Partition::mountOf(none, &info); },
+         "<E>DATE [FilePath::realPath,L#] realpath(" + none + ")" + noSuch},
+        {[&] { return Partition::availableBytes(none) != -1; },
+         "<E>DATE [availableBytes,L#] statvfs(" + none + ")" + noSuch},
+        {[&] { return Partition::unmount(dir); },
+         "<E>DATE [unmount,L#] umount " + dir + " error: Invalid argument!"},
+        {[&] { return Partition::remount(dir, true); },
+         "<E>DATE [remount,L#] remount " + dir + " ro error: Invalid argument!"},
+        {[&] { return Partition::sync(none); }, "<E>DATE [sync,L#] sync " + none + noSuch}};
+    for (const auto& f : failures) test::expectRefusal(f.first, f.second);
 }
 
 // In a mount namespace of its own with a 1 MiB tmpfs on `top`: mounts on a

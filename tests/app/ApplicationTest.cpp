@@ -80,14 +80,13 @@ TEST(Application, RefusesBadComponentsAndEarlyTasksQuitsInStartOrderAndRemovesBy
     std::atomic<int> ran{0};
     auto task = [&](const std::string& name) { ran += name == "counted"; };
     EXPECT_FALSE(Component().addTask(task, "counted"));  // not added to an application
-    EXPECT_FALSE(three.app.addTask(task, "counted"));
-    EXPECT_EQ(capture.waitLine("cannot add task"),
-              "<E>DATE [Application::addTask,L#] cannot add task before application startup!");
+    test::expectRefusal(
+        [&] { return three.app.addTask(task, "counted"); },
+        "<E>DATE [Application::addTask,L#] cannot add task before application startup!");
     three.parts[1]->failing = "stop";
     ASSERT_TRUE(three.app.startup(2, SchedParam()));
     EXPECT_TRUE(three.app.isOk() && three.parts[2]->isOk());
-    EXPECT_TRUE(three.app.addTask(task, "counted"));
-    EXPECT_TRUE(three.parts[0]->addTask(task, "counted"));
+    EXPECT_TRUE(three.app.addTask(task, "counted") && three.parts[0]->addTask(task, "counted"));
     EXPECT_TRUE(eventually([&] { return ran == 2 && three.app.tasks() == 0; }));
     three.app.quit();
     EXPECT_EQ(capture.waitLine("Component[part-b]"),

@@ -63,20 +63,19 @@ std::string LogCapture::waitLine(const std::string& text, int timeoutMs) {
 
 std::vector<std::string> LogCapture::linesDuring(const std::function<void()>& action) {
     static std::atomic<int> serial{0};
-    std::string id = std::to_string(++serial);
-    std::string begin = "[capture " + id + " begin]", end = "[capture " + id + " end]";
-    Tracer::getInstance().print(3, "<E>%s", begin.c_str());
-    waitFor(begin);
+    std::string marker = "[capture " + std::to_string(++serial) + "]";
+    Tracer::getInstance().print(3, "<E>%s", marker.c_str());
+    waitFor(marker);
     action();
-    Tracer::getInstance().print(3, "<E>%s", end.c_str());
-    waitFor(end);
-    std::lock_guard<std::mutex> lock(mutex);
+    Tracer::getInstance().print(3, "<E>%s", marker.c_str());
+    waitFor(marker, 3000, 2);
+    // The lines between the two markers.
     std::vector<std::string> found;
-    bool inside = false;
-    for (auto& entry : captured) {
-        if (entry.second.find(end) != std::string::npos) break;
-        if (inside) found.push_back(normalise(entry.second));
-        if (entry.second.find(begin) != std::string::npos) inside = true;
+    int markers = 0;
+    for (auto& entry : lines()) {
+        bool isMarker = entry.second.find(marker) != std::string::npos;
+        markers += isMarker ? 1 : 0;
+        if (markers == 1 && !isMarker) found.push_back(normalise(entry.second));
     }
     return found;
 }
@@ -90,9 +89,8 @@ std::string LogCapture::normalise(const std::string& line) {
 std::string tempPath(const std::string& stem) {
     static std::atomic<int> serial{0};
     const char* dir = getenv("TMPDIR");
-    std::string base = (dir != nullptr && *dir != '\0') ? dir : "/tmp";
-    return base + "/orvane_" + stem + "_" + std::to_string(getpid()) + "_" +
-           std::to_string(serial++);
+    return std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/orvane_" + stem + "_" +
+           std::to_string(getpid()) + "_" + std::to_string(serial++);
 }
 
 int openFdCount() { return static_cast<int>(openFds().size()); }

@@ -117,20 +117,18 @@ inline void* tsanCurrentFiber() {
 #endif
 }
 
-inline void tsanRenewFiber(void*& fiber) {
-#if defined(ORVANE_CO_TSAN)
-    if (fiber != nullptr) __tsan_destroy_fiber(fiber);
-    fiber = __tsan_create_fiber(0);
-#else
-    (void)fiber;
-#endif
-}
-
 inline void tsanDestroyFiber(void* fiber) {
 #if defined(ORVANE_CO_TSAN)
     if (fiber != nullptr) __tsan_destroy_fiber(fiber);
 #else
     (void)fiber;
+#endif
+}
+
+inline void tsanRenewFiber(void*& fiber) {
+    tsanDestroyFiber(fiber);
+#if defined(ORVANE_CO_TSAN)
+    fiber = __tsan_create_fiber(0);
 #endif
 }
 
@@ -365,7 +363,7 @@ void CoScheduler::coroutineEntry(void* arg) {
     while (co->state_ != Coroutine::kIdle) co->usleep(100);
     co->state_ = Coroutine::kIdle;
     // Returning switches to the scheduler through uc_link; this stack is done.
-    fiberLeave(nullptr, co->scheduler->callerStack, co->scheduler->callerStackSize);
+    fiberLeave(nullptr, owner->callerStack, owner->callerStackSize);
 #if defined(ORVANE_CO_TSAN)
     // The return itself would close this frame on the scheduler's fiber: the
     // switch goes straight to the scheduler instead, this fiber keeps the frame.

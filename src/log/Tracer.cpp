@@ -2,6 +2,7 @@
 #include <orvane/Tracer.h>
 #include <syslog.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdarg>
 #include <cstdint>
@@ -180,6 +181,25 @@ int formatLine(char* buffer, size_t capacity, const char* format, va_list args) 
     return n;
 }
 
+// Queues a line that the formatter wrote into `buffer` (kLineBytes) with the
+// result `n`: nothing when n <= 0, else the line cut to at most kLineBytes
+// bytes, appended to `pending` after its 16-bit length.
+void queueLine(std::mutex& queueMutex, std::string& pending, char* buffer, int n) {
+    if (n <= 0) return;
+    size_t length = static_cast<size_t>(n);
+    if (length > kLineBytes - 1) {
+        memcpy(buffer + kLineBytes - 4, "...", 3);
+        buffer[kLineBytes - 1] = '\0';
+        length = kLineBytes;
+    }
+    // At exactly 4095 the formatter wrote 4094 characters; the line keeps its NUL.
+    uint16_t size = static_cast<uint16_t>(length);
+    // The append takes a few tens of nanoseconds.
+    std::unique_lock<std::mutex> lock = detail::lockBriefly(queueMutex);
+    pending.append(reinterpret_cast<const char*>(&size), sizeof size);
+    pending.append(buffer, length);
+}
+
 }  // namespace
 
 Tracer::Tracer() : name("Tracer"), level(1), running(false) {
@@ -212,37 +232,29 @@ void Tracer::printLine(const char* format, ...) {
     va_start(args, format);
     int n = formatLine(buffer, kLineBytes - 1, format, args);
     va_end(args);
-    if (n <= 0) return;
-    size_t length = static_cast<size_t>(n);
-    if (length > kLineBytes - 1) {
-        memcpy(buffer + kLineBytes - 4, "...", 3);
-        buffer[kLineBytes - 1] = '\0';
-        length = kLineBytes;
-    }
-    // At exactly 4095 the formatter wrote 4094 characters; the line keeps its NUL.
-    uint16_t size = static_cast<uint16_t>(length);
-    // The append takes a few tens of nanoseconds.
-    std::unique_lock<std::mutex> lock = detail::lockBriefly(queueMutex);
-    pending.append(reinterpret_cast<const char*>(&size), sizeof size);
-    pending.append(buffer, length);
+    queueLine(queueMutex, pending, buffer, n);
 }
 
 void Tracer::printLineAt(int lineLevel, const char* cls, const char* method, int line,
                          const char* format, ...) {
     static const char kTags[] = "DIWEF";
     if (format == nullptr || method == nullptr || lineLevel < 0 || lineLevel > 4) return;
-    char text[kLineBytes];
+    // The header and the text go into one buffer, as print formats a whole line.
+    char buffer[kLineBytes];
+    int header = (cls == nullptr || cls[0] == '\0')
+                     ? snprintf(buffer, kLineBytes - 1, "<%c>%s [%s,L%d] ", kTags[lineLevel],
+                                detail::logTime(), method, line)
+                     : snprintf(buffer, kLineBytes - 1, "<%c>%s [%s::%s,L%d] ", kTags[lineLevel],
+                                detail::logTime(), cls, method, line);
+    if (header < 0) return;
+    // A header that filled the buffer leaves the text room for its NUL only.
+    size_t at = std::min(static_cast<size_t>(header), kLineBytes - 2);
     va_list args;
     va_start(args, format);
-    int n = vsnprintf(text, sizeof text, format, args);
+    int text = formatLine(buffer + at, kLineBytes - 1 - at, format, args);
     va_end(args);
-    if (n < 0) return;
-    if (cls == nullptr || cls[0] == '\0') {
-        printLine("<%c>%s [%s,L%d] %s", kTags[lineLevel], detail::logTime(), method, line, text);
-    } else {
-        printLine("<%c>%s [%s::%s,L%d] %s", kTags[lineLevel], detail::logTime(), cls, method, line,
-                  text);
-    }
+    if (text < 0) return;
+    queueLine(queueMutex, pending, buffer, header + text);
 }
 
 void Tracer::setLevel(int newLevel) {

@@ -1,15 +1,15 @@
 #pragma once
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "support/ProcTasks.h"
 
 namespace orvane {
 namespace test {
@@ -28,16 +28,7 @@ inline std::string fdTarget(int fd) {
 
 // The open descriptors of this process, in ascending order.
 inline std::vector<int> openFds() {
-    std::vector<int> fds;
-    DIR* dir = ::opendir("/proc/self/fd");
-    if (dir == nullptr) return fds;
-    int own = ::dirfd(dir);
-    while (dirent* entry = ::readdir(dir)) {
-        if (entry->d_name[0] == '.') continue;
-        int fd = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
-        if (fd != own) fds.push_back(fd);
-    }
-    ::closedir(dir);
+    std::vector<int> fds = procEntries("/proc/self/fd", true);
     std::sort(fds.begin(), fds.end());
     return fds;
 }

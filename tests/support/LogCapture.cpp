@@ -1,12 +1,13 @@
 #include "support/LogCapture.h"
 
-#include <dirent.h>
 #include <orvane/Tracer.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cctype>
-#include <chrono>
+#include <regex>
+
+#include "support/Descriptors.h"
+#include "support/Eventually.h"
 
 namespace orvane {
 namespace test {
@@ -29,11 +30,8 @@ LogCapture& LogCapture::fresh() {
 }
 
 void LogCapture::sink(int lineLevel, const std::string& line) {
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        captured.emplace_back(lineLevel, line);
-    }
-    arrived.notify_all();
+    std::lock_guard<std::mutex> lock(mutex);
+    captured.emplace_back(lineLevel, line);
 }
 
 void LogCapture::clear() {
@@ -55,100 +53,47 @@ std::vector<std::string> LogCapture::matching(const std::string& text) {
     return found;
 }
 
-size_t LogCapture::countLocked(const std::string& text) {
-    size_t n = 0;
-    for (auto& entry : captured) {
-        if (entry.second.find(text) != std::string::npos) ++n;
-    }
-    return n;
-}
-
 bool LogCapture::waitFor(const std::string& text, int timeoutMs, size_t count) {
-    std::unique_lock<std::mutex> lock(mutex);
-    return arrived.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                            [&] { return countLocked(text) >= count; });
+    return eventually([&] { return matching(text).size() >= count; }, timeoutMs);
 }
 
 std::string LogCapture::waitLine(const std::string& text, int timeoutMs) {
-    if (!waitFor(text, timeoutMs)) return std::string();
-    std::lock_guard<std::mutex> lock(mutex);
-    for (auto& entry : captured) {
-        if (entry.second.find(text) != std::string::npos) return normalise(entry.second);
-    }
-    return std::string();
+    return waitFor(text, timeoutMs) ? normalise(matching(text).front()) : std::string();
 }
 
 std::vector<std::string> LogCapture::linesDuring(const std::function<void()>& action) {
     static std::atomic<int> serial{0};
-    std::string id = std::to_string(++serial);
-    std::string begin = "[capture " + id + " begin]", end = "[capture " + id + " end]";
-    Tracer::getInstance().print(3, "<E>%s", begin.c_str());
-    waitFor(begin);
+    std::string marker = "[capture " + std::to_string(++serial) + "]";
+    Tracer::getInstance().print(3, "<E>%s", marker.c_str());
+    waitFor(marker);
     action();
-    Tracer::getInstance().print(3, "<E>%s", end.c_str());
-    waitFor(end);
-    std::lock_guard<std::mutex> lock(mutex);
+    Tracer::getInstance().print(3, "<E>%s", marker.c_str());
+    waitFor(marker, 3000, 2);
+    // The lines between the two markers.
     std::vector<std::string> found;
-    bool inside = false;
-    for (auto& entry : captured) {
-        if (entry.second.find(end) != std::string::npos) break;
-        if (inside) found.push_back(normalise(entry.second));
-        if (entry.second.find(begin) != std::string::npos) inside = true;
+    int markers = 0;
+    for (auto& entry : lines()) {
+        bool isMarker = entry.second.find(marker) != std::string::npos;
+        markers += isMarker ? 1 : 0;
+        if (markers == 1 && !isMarker) found.push_back(normalise(entry.second));
     }
     return found;
 }
 
-namespace {
-
-// Index of the first "YYYY-MM-DD HH:MM:SS" in `line`, or npos.
-size_t findDate(const std::string& line) {
-    static const char shape[] = "dddd-dd-dd dd:dd:dd";
-    const size_t width = sizeof shape - 1;
-    for (size_t at = 0; at + width <= line.size(); ++at) {
-        size_t i = 0;
-        for (; i < width; ++i) {
-            char c = line[at + i];
-            if (shape[i] == 'd' ? !isdigit(static_cast<unsigned char>(c)) : c != shape[i]) break;
-        }
-        if (i == width) return at;
-    }
-    return std::string::npos;
-}
-
-}  // namespace
-
 std::string LogCapture::normalise(const std::string& line) {
-    std::string out = line;
-    size_t date = findDate(out);
-    if (date != std::string::npos) out.replace(date, 19, "DATE");
-    // The first ",L<digits>]" becomes ",L#]".
-    for (size_t at = out.find(",L"); at != std::string::npos; at = out.find(",L", at + 1)) {
-        size_t end = at + 2;
-        while (end < out.size() && isdigit(static_cast<unsigned char>(out[end]))) ++end;
-        if (end > at + 2 && end < out.size() && out[end] == ']') {
-            out.replace(at, end - at + 1, ",L#]");
-            break;
-        }
-    }
-    return out;
+    static const std::regex date(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})"), number(R"(,L\d+\])");
+    const auto first = std::regex_constants::format_first_only;
+    return std::regex_replace(std::regex_replace(line, date, "DATE", first), number, ",L#]", first);
 }
 
 std::string tempPath(const std::string& stem) {
     static std::atomic<int> serial{0};
     const char* dir = getenv("TMPDIR");
-    std::string base = (dir != nullptr && *dir != '\0') ? dir : "/tmp";
-    return base + "/orvane_" + stem + "_" + std::to_string(getpid()) + "_" +
-           std::to_string(serial++);
+    return std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/orvane_" + stem + "_" +
+           std::to_string(getpid()) + "_" + std::to_string(serial++);
 }
 
-int openFdCount() {
-    DIR* dir = opendir("/proc/self/fd");
-    if (dir == nullptr) return -1;
-    int n = 0;
-    while (readdir(dir) != nullptr) ++n;
-    closedir(dir);
-    return n - 3;  // ".", ".." and the directory's own descriptor
-}
+int openFdCount() { return static_cast<int>(openFds().size()); }
 
 }  // namespace test
 }  // namespace orvane

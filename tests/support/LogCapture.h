@@ -1,8 +1,8 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <orvane/TracerSink.h>
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -46,16 +46,23 @@ class LogCapture : public TracerSink {
 
   private:
     LogCapture() = default;
-    size_t countLocked(const std::string& text);
 
     std::mutex mutex;
-    std::condition_variable arrived;
     std::vector<std::pair<int, std::string>> captured;
 };
 
+// Checks the library's rule for bad input: `call` returns false and logs
+// exactly `line` (normalised) and nothing else.
+inline void expectRefusal(const std::function<bool()>& call, const std::string& line) {
+    bool ok = true;
+    std::vector<std::string> lines = LogCapture::get().linesDuring([&] { ok = call(); });
+    EXPECT_FALSE(ok) << line;
+    EXPECT_EQ(lines, std::vector<std::string>{line});
+}
+
 // A path under the temporary directory, unique to this process and call.
 std::string tempPath(const std::string& stem);
-// Number of open descriptors of this process.
+// Number of open descriptors of this process (support/Descriptors.h lists them).
 int openFdCount();
 
 }  // namespace test

@@ -29,32 +29,25 @@ struct Work : Runnable {
     std::atomic<int> runs{0};
 };
 
-std::string idText(const Thread& thread) {
-    return StrUtil::format("[%s](%d:0x%x)", thread.name().c_str(), thread.taskId(), thread.tid());
-}
-
 TEST(Thread, RunsUnderItsKernelNameStartsOnceAndRestartsAfterStop) {
-    auto& capture = test::LogCapture::fresh();
     Work work([](const Thread& self) {
         while (self.isRunning()) Thread::msleep(1);
     });
     Thread thread("worker-with-a-long-name");
-    ASSERT_TRUE(thread.start(work));
-    ASSERT_TRUE(eventually([&] { return work.runs == 1; }));
-    EXPECT_FALSE(work.isStopped());
+    std::string id;
+    auto lines = test::LogCapture::get().linesDuring([&] {
+        ASSERT_TRUE(thread.start(work));
+        ASSERT_TRUE(eventually([&] { return work.runs == 1; }));
+        EXPECT_FALSE(work.isStopped());
+        id = StrUtil::format("[%s](%d:0x%x)", thread.name().c_str(), thread.taskId(), thread.tid());
+        EXPECT_TRUE(thread.start(work));  // running: only warns
+        EXPECT_TRUE(thread.stop(1000) && work.isStopped());
+    });
     EXPECT_EQ(work.kernelName, "worker-with-a-l");  // the kernel keeps 15 characters
-    std::string id = idText(thread);
-    EXPECT_EQ(capture.waitLine(id + " thread enter."),
-              "<I>DATE [Thread::operator()] " + id + " thread enter.");
-    EXPECT_TRUE(thread.start(work));  // running: only warns
-    EXPECT_EQ(capture.waitLine("allready"),
-              "<W>DATE [Thread::start,L#] " + id + " thread is allready started!");
-
-    EXPECT_TRUE(thread.stop(1000));
-    EXPECT_TRUE(work.isStopped());
-    EXPECT_EQ(capture.waitLine(id + " thread exit."),
-              "<I>DATE [Thread::operator()] " + id + " thread exit.");
-    EXPECT_EQ(work.runs, 1);
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "<I>DATE [Thread::operator()] " + id + " thread enter.",
+                         "<W>DATE [Thread::start,L#] " + id + " thread is allready started!",
+                         "<I>DATE [Thread::operator()] " + id + " thread exit."}));
     EXPECT_TRUE(thread.stop(100));  // stopping again is harmless
     ASSERT_TRUE(thread.start(work));
     EXPECT_TRUE(eventually([&] { return work.runs == 2; }));
@@ -64,7 +57,6 @@ TEST(Thread, RunsUnderItsKernelNameStartsOnceAndRestartsAfterStop) {
 // An unnamed thread runs as "AnonThread"; its body ignores the stop request,
 // then throws.
 TEST(Thread, StopGivesUpAfterItsTimeoutAndReportsTheExceptionThatEndedTheRun) {
-    auto& capture = test::LogCapture::fresh();
     std::atomic<bool> released{false};
     Work work([&](const Thread&) {
         while (!released) Thread::msleep(1);
@@ -73,26 +65,25 @@ TEST(Thread, StopGivesUpAfterItsTimeoutAndReportsTheExceptionThatEndedTheRun) {
     Thread thread;
     ASSERT_TRUE(thread.start(work));
     ASSERT_TRUE(eventually([&] { return work.runs == 1; }));
-    EXPECT_EQ(thread.name(), "AnonThread");
     EXPECT_EQ(work.kernelName, "AnonThread");
-    auto begin = std::chrono::steady_clock::now();
-    EXPECT_FALSE(thread.stop(100));
-    auto waited = std::chrono::steady_clock::now() - begin;
-    EXPECT_GE(waited, std::chrono::milliseconds(95));
-    EXPECT_LT(waited, std::chrono::milliseconds(2000));
-    EXPECT_EQ(capture.waitLine("force quit"),
-              "<E>DATE [Thread::stop,L#] [AnonThread] force quit since wait timeout: 100 ms!!!");
-    released = true;
-    EXPECT_FALSE(thread.stop(3000));
-    EXPECT_EQ(capture.waitLine("runnable broke"),
-              "<E>DATE [Thread::stop,L#] [AnonThread] thread quit error: runnable broke");
-    EXPECT_TRUE(thread.stop(100));  // the result was taken
+    auto lines = test::LogCapture::get().linesDuring([&] {
+        auto begin = std::chrono::steady_clock::now();
+        EXPECT_FALSE(thread.stop(100));
+        auto waited = std::chrono::steady_clock::now() - begin;
+        EXPECT_TRUE(waited >= std::chrono::milliseconds(95) && waited < std::chrono::seconds(2));
+        released = true;
+        EXPECT_FALSE(thread.stop(3000));
+        EXPECT_TRUE(thread.stop(100));  // the result was taken
+    });
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{
+                  "<E>DATE [Thread::stop,L#] [AnonThread] force quit since wait timeout: 100 ms!!!",
+                  "<E>DATE [Thread::stop,L#] [AnonThread] thread quit error: runnable broke"}));
 }
 
 TEST(Threading, JoinsEveryFunctionAndLogsTheirExceptions) {
-    auto& capture = test::LogCapture::fresh();
     std::atomic<int> finished{0};
-    {
+    auto lines = test::LogCapture::get().linesDuring([&] {
         Threading group("group");
         group.start([&] {
             Thread::msleep(20);
@@ -101,12 +92,12 @@ TEST(Threading, JoinsEveryFunctionAndLogsTheirExceptions) {
         group.start([] { throw std::runtime_error("function broke"); });
         group.start([] { throw 42; });
         group.start(nullptr);
-    }
+    });
     EXPECT_EQ(finished, 1);
-    EXPECT_EQ(capture.waitLine("function broke"),
-              "<E>DATE [Threading::~Threading,L#] thread quit error: function broke");
-    EXPECT_EQ(capture.waitLine("unknown exception"),
-              "<E>DATE [Threading::~Threading,L#] thread quit error: unknown exception");
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{
+                  "<E>DATE [Threading::~Threading,L#] thread quit error: function broke",
+                  "<E>DATE [Threading::~Threading,L#] thread quit error: unknown exception"}));
 }
 
 }  // namespace

@@ -139,6 +139,7 @@ TEST(Application, RunsSignalCallbacksInOrderOnTheApplicationThread) {
     app.quit();
 }
 
+// exec() in main returns once a signal callback has quit the application.
 TEST(Application, QuitsFromItsOwnSignalCallbackWithoutWaitingForItself) {
     auto& capture = test::LogCapture::fresh();
     Application app;
@@ -149,10 +150,15 @@ TEST(Application, QuitsFromItsOwnSignalCallbackWithoutWaitingForItself) {
         app.quit();  // on the application thread
         quitted = true;
     }));
-    ASSERT_TRUE(app.startup(1, SchedParam()));
+    EXPECT_EQ(app.exec(), -1);  // nothing to wait for before startup
+    EXPECT_EQ(capture.waitLine("not started"),
+              "<E>DATE [Application::exec,L#] application not started!");
+    ASSERT_TRUE(app.startup());
     ASSERT_EQ(kill(getpid(), SIGHUP), 0);
+    EXPECT_EQ(app.exec(), 0);  // woken by quit() on the application thread
     // Well before stop()'s 10 s limit: the thread does not wait for itself.
     ASSERT_TRUE(eventually([&] { return quitted.load(); }, 3000));
+    EXPECT_EQ(app.exec(), 0);  // quit already ran
     EXPECT_FALSE(component->isOk());
     EXPECT_FALSE(app.isOk());
     EXPECT_TRUE(capture.matching("force quit").empty());

@@ -36,6 +36,16 @@ struct Probe {
     static void check() { ORVANE_SERROR("probe checked %d", 2); }
 };
 
+// A program's own lines through the public macros; a filtered one does not
+// evaluate its arguments.
+int openModem() {
+    int evaluated = 0;
+    ORVANE_LOG_INFO("Modem", "opened %s at %d baud", "/dev/ttyS1", 9600);
+    ORVANE_LOG_ERROR("", "gave up after %d tries", 3);
+    ORVANE_LOG_DEBUG("Modem", "filtered %d", ++evaluated);
+    return evaluated;
+}
+
 TEST(Tracer, DeliversLibraryLinesInTheirExactShape) {
     auto& capture = test::LogCapture::fresh();
     Probe probe;
@@ -44,6 +54,7 @@ TEST(Tracer, DeliversLibraryLinesInTheirExactShape) {
     probe.tell();
     probe.enter();
     Probe::check();
+    EXPECT_EQ(openModem(), 0);
     { TraceDuration always("always scope", 0); }
     { TraceDuration never("never scope", 60000); }
     EXPECT_EQ(capture.waitLine("probe failed"), "<E>DATE [Probe::fail,L#] probe failed: 7");
@@ -51,6 +62,9 @@ TEST(Tracer, DeliversLibraryLinesInTheirExactShape) {
     EXPECT_EQ(capture.waitLine("probe told"), "<I>DATE [Probe::tell] probe told x");
     EXPECT_EQ(capture.waitLine("probe entered"), "<I>DATE [Probe::operator()] [p] probe entered.");
     EXPECT_EQ(capture.waitLine("probe checked"), "<E>DATE [check,L#] probe checked 2");
+    EXPECT_EQ(capture.waitLine("opened"),
+              "<I>DATE [Modem::openModem,L#] opened /dev/ttyS1 at 9600 baud");
+    EXPECT_EQ(capture.waitLine("gave up"), "<E>DATE [openModem,L#] gave up after 3 tries");
     std::string line = capture.waitLine("always scope");
     EXPECT_TRUE(std::regex_match(
         line, std::regex(R"(<I>DATE \[always scope\] trace duration: \d+\.\d{6} s)")))

@@ -6,6 +6,7 @@
 #include <orvane/Time.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -72,7 +73,20 @@ class ORVANE_API Application : public Component, public Runnable {
     int findComponent(const std::string& name);
     bool removeComponent(const std::string& name);
     bool startup(int workers, const SchedParam& param);
+    // startup(1, SchedParam()): one worker with the default scheduling, for
+    // a program that queues few or no tasks.
+    bool startup();
     void quit();
+    // Blocks the calling thread (main) until quit() has run, and returns 0
+    // as soon as it has: a signal callback that calls quit() ends the wait
+    // at once, with no polling. Returns 0 at once when quit() ran already,
+    // and -1, with a log line, when startup() has not succeeded. Any thread
+    // but the application thread, whose callbacks would then never run.
+    //
+    //     app.registerSignal(SIGTERM, [&app] { app.quit(); });
+    //     if (!app.startup()) return 1;
+    //     return app.exec();
+    int exec();
     bool registerSignal(int signo, std::function<void()> callback);
     bool addTask(const std::function<void(const std::string&)>& task,
                  const std::string& name) override;
@@ -87,6 +101,8 @@ class ORVANE_API Application : public Component, public Runnable {
   private:
     // The component at index, or null past the end; each call takes the list lock once.
     std::shared_ptr<Component> componentAt(size_t index, std::string* name = nullptr);
+    // Sets the state exec() waits on and wakes the waiters.
+    void changeState(int value);
 
     Thread thread;
     Rate warningRate;
@@ -95,6 +111,10 @@ class ORVANE_API Application : public Component, public Runnable {
     std::mutex listMutex;
     std::mutex operationMutex;
     std::shared_ptr<AsyncTaskQueue> taskQueue;
+    // What exec() waits for: 0 never started, 1 started, 2 quit.
+    std::mutex stateMutex;
+    std::condition_variable stateChanged;
+    int state = 0;
 };
 
 }  // namespace orvane

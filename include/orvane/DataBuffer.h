@@ -28,13 +28,24 @@ class ORVANE_API DataBuffer {
     std::string className;
 };
 
-// A linear buffer for text protocols: records are located with find() (a
-// line end, a keyword) and taken with getData(). putData is all or nothing
-// and keeps one byte free, so the buffer holds at most capacity - 1 bytes;
-// when a record does not fit behind the last one, the unread bytes are moved
-// to the start first. Draining the buffer rewinds it to the start, so find()
-// offsets count from the start of storage, not from the first unread byte.
-// init allocates once (calloc); a later init replaces the storage.
+// A linear buffer for text protocols. For lines, use takeLine(): it finds
+// the terminator and takes the line in one locked step, with no offsets to
+// compute.
+//
+// The lower-level way is find() (a line end, a keyword) and getData().
+// Beware: find() counts its offset from the start of the storage, not from
+// the first unread byte, and the unread bytes move under it:
+// - putData of len bytes moves the unread bytes to the start of storage
+//   first when len is at least the room behind the last stored byte;
+// - a getData that takes the last unread byte rewinds both positions to the
+//   start of storage.
+// So an offset from find() is only good until the next putData or getData,
+// and the length to take is find() + terminator length - (offset of the first
+// unread byte), a position the class does not show.
+//
+// putData is all or nothing and keeps one byte free, so the buffer holds at
+// most capacity - 1 bytes. init allocates once (calloc); a later init
+// replaces the storage.
 // One producer and one consumer thread may share it: every operation but
 // capacity, find and operator[] holds the buffer's mutex; those three are
 // unlocked and belong to the consumer thread.
@@ -62,6 +73,21 @@ class ORVANE_API LineBuffer : public DataBuffer {
     int find(char* pattern, int len);
     // The byte at `index` from the start of storage; 0 outside the storage.
     char operator[](int index);
+
+    // Takes the first complete line among the unread bytes: the bytes up to
+    // the first `terminator` go to *line without it (and without one '\r'
+    // just before it when `dropCarriageReturn`), the terminator is consumed,
+    // and the result is true. Without a complete line nothing is taken and
+    // the result is false.
+    // With `maxLength` above 0 no line comes out longer than maxLength bytes:
+    // a longer one comes out in pieces of maxLength bytes, each as soon as the
+    // bytes after it show that the line goes on; the last piece ends at the
+    // terminator. Give the buffer a capacity of at least maxLength + 3 so
+    // that a piece can always be told from a line.
+    // False, *line untouched, for a null `line` or before init.
+    // Holds the mutex; one copy into *line, which may allocate.
+    bool takeLine(std::string* line, char terminator = '\n', bool dropCarriageReturn = true,
+                  int maxLength = 0);
 
   private:
     std::mutex lock;

@@ -41,6 +41,9 @@ namespace orvane {
 // call every operation, stop() included. An exception they throw is not
 // caught: it leaves run().
 //
+// For periods of seconds this is the timer to use: nothing wakes between
+// expiries (Timer.h compares the library's timers).
+//
 // Costs. Three descriptors (epoll, eventfd, and one timerfd per timer); no
 // thread unless start() is used. The loop sleeps in epoll_wait without a
 // timeout: an idle loop costs nothing, a periodic timer wakes it once per

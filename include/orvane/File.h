@@ -28,6 +28,12 @@ enum FileType {
 // empty string). No locks: one thread at a time uses an object; the static
 // operations are safe from any thread.
 //
+// Which mode for which job:
+// - read a file: IO_READ; read and write an existing one: IO_READ_WRITE;
+// - start a file afresh (created, emptied): IO_TRUNCATE;
+// - append to a log, creating it when missing: IO_CREATE_APPEND ("ab");
+//   add reading with IO_APPEND_READ. IO_APPEND is IODevice's and File refuses it.
+//
 // Behaviour worth knowing:
 // - open() accepts IO_READ .. IO_APPEND_READ except IO_APPEND; IO_WRITE opens
 //   the read-write stream "rb+" (the file must exist) and IO_TRUNCATE the
@@ -78,8 +84,14 @@ class ORVANE_API File : public IODevice {
     // Modification time in microseconds since the epoch; 0 on error.
     static int64_t modifyTime(const std::string& path);
     static bool remove(const std::string& path);
-    // Refuses when oldPath does not exist or newPath exists.
+    // Refuses when oldPath does not exist or newPath exists (the two checks
+    // and the rename are separate steps). To replace newPath, use replace().
     static bool rename(const std::string& oldPath, const std::string& newPath);
+    // Renames oldPath to newPath in one step (rename(2)), replacing a file at
+    // newPath atomically: a reader sees the old or the new file, never none.
+    // Both paths must be on one file system. False, with a logged line, when
+    // the rename fails (oldPath missing, newPath a directory, another file system).
+    static bool replace(const std::string& oldPath, const std::string& newPath);
     static bool truncate(const std::string& path, int length);
     // Size from lstat, truncated to 32 bits; 0 on error.
     static uint32_t getSize(const std::string& path);

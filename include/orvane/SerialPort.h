@@ -44,8 +44,19 @@ class ORVANE_API SerialPort : public IODevice {
     // mode: 0 read-only, 1 write-only, 2 read-write.
     bool open(const std::string& path, int mode) override;
     bool close() override;
+    // The bytes read (at most len, one read), -2 when nothing came within
+    // the timeout, -1 for an error. 0 at once means end of input: the line
+    // hung up (the other end of a pseudo-terminal closed, a USB adapter was
+    // pulled out) and every later call returns 0 or -1 at once, without a
+    // log line. Check isHungUp(), then close() and reopen the path.
     int recvData(char* buf, int len, int timeoutUs) override;
     int sendData(const char* data, int len, int timeoutUs) override;
+    // True when the open line has hung up or failed (poll reports POLLHUP,
+    // POLLERR or POLLNVAL): the device is gone, and only a close() and a new
+    // open() of the path can bring it back. False for a live line, silent or
+    // not, and for a closed port. One poll without waiting; logs nothing.
+    // Any thread.
+    bool isHungUp();
 
     // 0 on success, -1 for a refused value or the wrong open state.
     virtual int setAttribute(int attr, int value);

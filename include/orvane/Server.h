@@ -4,6 +4,7 @@
 #include <orvane/Socket.h>
 #include <orvane/Thread.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -63,9 +64,19 @@ class ORVANE_API LocalTcpServer : public TcpServer {
 // application implements dataReceived(), called on the server's thread for
 // every datagram (at most 1472 bytes are read); `socket` then holds the
 // sender as its peer, so socket.writeData() answers it. The loop waits 10 ms
-// at a time and ends only when the handler returns false: Thread::stop alone
-// does not stop a UdpServer (the stop waits until the handler ends the
-// loop). A server whose socket is not open ends its loop at once.
+// at a time and ends when the handler returns false or when quit() is called
+// (from any thread). Thread::stop alone does NOT stop a UdpServer: call
+// quit() first, then Thread::stop. A stop without it times out, and the
+// Thread's destructor then waits for the loop for ever. A server whose
+// socket is not open ends its loop at once.
+//
+//     StatusServer server;            // derives from UdpServer
+//     server.setup("127.0.0.1", 5021);
+//     Thread thread("status");
+//     thread.start(server);
+//     ...
+//     server.quit();                  // the loop ends within 10 ms
+//     thread.stop(1000);
 class ORVANE_API UdpServer : public Runnable {
   public:
     UdpServer();
@@ -81,11 +92,20 @@ class ORVANE_API UdpServer : public Runnable {
     bool setup(std::string addr, unsigned short port);
     unsigned short localPort() const { return socket_.localPort(); }
     UdpSocket& socket() { return socket_; }
+    // Ends the loop within one 10 ms wait, from any thread (a handler on the
+    // server's thread may call it too), and clears the running flag of the
+    // thread running it. A datagram being handled is finished first. Called
+    // while no loop runs, it ends the next run() at once; run() forgets the
+    // request as it returns, so the server can be started again.
+    void quit();
 
   protected:
     std::string className;
     UdpSocket socket_;
     int reserved;  // kept for layout; unused
+
+  private:
+    std::atomic<bool> quitRequested{false};
 };
 
 }  // namespace orvane

@@ -48,7 +48,8 @@ class ORVANE_API Runnable {
 // name (cut to 15 characters by the kernel); entry and exit are logged.
 // stop() is cooperative: it clears the running flag and waits at most its
 // timeout (10 s for a timeout below 1); a runnable that ignores the request
-// keeps running, and the destructor then waits for it to end. stop() called
+// keeps running, and the destructor then waits for it to end, for ever if it
+// never does (a UdpServer ends through its own quit(), not through stop()). stop() called
 // from the thread's own body only clears the flag and returns true.
 // start() and stop() belong to one controlling thread.
 class ORVANE_API Thread {

@@ -89,6 +89,9 @@ class ORVANE_API DateTime {
     int weekday() const;
     bool isLeapYear() const;
     std::string toString() const;
+    // toString() with withMilliseconds false; with it true, ".mmm" follows the
+    // seconds ("2026-11-25 17:40:07.042"), as a timestamp in a data log wants.
+    std::string toString(bool withMilliseconds) const;
 
     // Seconds east of UTC of the local zone; with withDst and daylight
     // saving in force, 3600 more.

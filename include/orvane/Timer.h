@@ -16,6 +16,19 @@
 
 namespace orvane {
 
+// Which timer for which period:
+// - seconds or more (a heartbeat, a status report, a reconnect retry), or
+//   any period in a program that already runs an EventLoop: EventLoop's
+//   addTimer. One timerfd per timer; the loop sleeps between expiries and
+//   costs nothing else.
+// - many timers of 10 ms to a few seconds sharing one thread, 1 ms
+//   resolution: TimerManager with Timers. Its thread wakes 1000 times a
+//   second while started, whatever the periods.
+// - one timer of 1 ms to about 1 s, on its own thread: RTimer. It wakes up
+//   to 1000 times a second.
+// - sub-millisecond periods, on a dedicated core: HRTimer. It keeps one core
+//   busy while started.
+
 // Receives the firings of an RTimer or HRTimer, with the id the timer was
 // built with. Called on the timer's own thread.
 class ORVANE_API TimerListener {

@@ -112,6 +112,17 @@ class ORVANE_API Tracer : public Singleton<Tracer> {
     std::vector<std::shared_ptr<TracerSink>> sinks;
 };
 
+// The Tracer, looked up once per program; every program keeps its own copy of
+// this function, so a log macro reads the level without calling the library.
+inline Tracer& tracer() {
+    static Tracer& instance = Tracer::getInstance();
+    return instance;
+}
+
+// Never defined and never called: the log macros name it in an unevaluated
+// operand so that the compiler checks a line's format against its arguments.
+int checkLogFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 // Measures a scope: on destruction, logs "trace duration: <s.us> s" at info
 // level when at least thresholdMs milliseconds passed (0 always logs).
 class ORVANE_API TraceDuration {
@@ -131,3 +142,28 @@ class ORVANE_API TraceDuration {
 };
 
 }  // namespace orvane
+
+// A program's own log lines, in the shape of the library's lines:
+//
+//     ORVANE_LOG_INFO("Modem", "opened %s at %d baud", path, baud);
+//         -> "<I>2026-11-25 17:40:07 [Modem::open,L42] opened /dev/ttyS1 at 115200 baud"
+//
+// The first argument names the class or part of the program (a C string; ""
+// leaves it out: "[open,L42]"); the operation and line are where the macro
+// stands. The rest is a printf format and its arguments, checked by the
+// compiler (pass std::string through .c_str()). A line below the Tracer's
+// level costs one load and compare: its arguments are not even evaluated.
+// Any thread may log; the line appears within about 10 ms once start() ran.
+#define ORVANE_LOG_AT(level, tag, ...)                                             \
+    do {                                                                           \
+        (void)sizeof(::orvane::checkLogFormat(__VA_ARGS__));                       \
+        ::orvane::Tracer& orvaneLogTracer_ = ::orvane::tracer();                   \
+        if (orvaneLogTracer_.enabled(level)) {                                     \
+            orvaneLogTracer_.printAt(level, tag, __func__, __LINE__, __VA_ARGS__); \
+        }                                                                          \
+    } while (0)
+#define ORVANE_LOG_DEBUG(tag, ...) ORVANE_LOG_AT(0, tag, __VA_ARGS__)
+#define ORVANE_LOG_INFO(tag, ...) ORVANE_LOG_AT(1, tag, __VA_ARGS__)
+#define ORVANE_LOG_WARN(tag, ...) ORVANE_LOG_AT(2, tag, __VA_ARGS__)
+#define ORVANE_LOG_ERROR(tag, ...) ORVANE_LOG_AT(3, tag, __VA_ARGS__)
+#define ORVANE_LOG_FATAL(tag, ...) ORVANE_LOG_AT(4, tag, __VA_ARGS__)

@@ -128,7 +128,9 @@ bool Application::startup(int workers, const SchedParam& param) {
     }
     if (!failedComponent) {
         Component::running_ = true;
-        return thread.start(*this);
+        if (!thread.start(*this)) return false;
+        changeState(1);
+        return true;
     }
     failedComponent->running_ = false;
     ORVANE_ERROR("Component[%s] start error!", failedName.c_str());
@@ -155,6 +157,28 @@ void Application::quit() {
     Component::running_ = false;
     thread.stop(-1);
     Tracer::getInstance().flush();
+    changeState(2);
+}
+
+bool Application::startup() { return startup(1, SchedParam()); }
+
+void Application::changeState(int value) {
+    {
+        std::lock_guard<std::mutex> lock(stateMutex);
+        state = value;
+    }
+    stateChanged.notify_all();
+}
+
+int Application::exec() {
+    std::unique_lock<std::mutex> lock(stateMutex);
+    if (state == 0) {
+        lock.unlock();
+        ORVANE_ERROR("application not started!");
+        return -1;
+    }
+    stateChanged.wait(lock, [this] { return state == 2; });
+    return 0;
 }
 
 bool Application::registerSignal(int signo, std::function<void()> callback) {

@@ -155,10 +155,14 @@ int DateTime::weekday() const {
 
 bool DateTime::isLeapYear() const { return year % 4 == 0 && year % 100 != 0; }
 
-std::string DateTime::toString() const {
-    char text[96];
-    int n = snprintf(text, sizeof text, ORVANE_DATE_TIME_FORMAT, year, month, day, hour, minute,
-                     second);
+std::string DateTime::toString() const { return toString(false); }
+
+std::string DateTime::toString(bool withMilliseconds) const {
+    char text[112];
+    int n = withMilliseconds ? snprintf(text, sizeof text, ORVANE_DATE_TIME_FORMAT ".%03d", year,
+                                        month, day, hour, minute, second, millisecond)
+                             : snprintf(text, sizeof text, ORVANE_DATE_TIME_FORMAT, year, month,
+                                        day, hour, minute, second);
     return std::string(text, n > 0 ? static_cast<size_t>(n) : 0);
 }
 

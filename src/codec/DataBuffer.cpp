@@ -1,6 +1,7 @@
 #include <orvane/DataBuffer.h>
 #include <orvane/StrUtil.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -79,6 +80,36 @@ int LineBuffer::find(char* pattern, int len) {
     const char* hit =
         StrUtil::memString(readPos, static_cast<int>(writePos - readPos), pattern, len);
     return hit != nullptr ? static_cast<int>(hit - storage) : -1;
+}
+
+bool LineBuffer::takeLine(std::string* line, char terminator, bool dropCarriageReturn,
+                          int maxLength) {
+    if (line == nullptr) return false;
+    std::lock_guard<std::mutex> guard(lock);
+    if (storage == nullptr) return false;
+    size_t unread = static_cast<size_t>(writePos - readPos);
+    const char* end = static_cast<const char*>(memchr(readPos, terminator, unread));
+    // Without a terminator the line so far is all unread bytes, none consumed.
+    size_t length = end != nullptr ? static_cast<size_t>(end - readPos) : unread;
+    size_t taken = length + 1;
+    if (end != nullptr && dropCarriageReturn && length > 0 && readPos[length - 1] == '\r') {
+        --length;
+    }
+    size_t limit = maxLength > 0 ? static_cast<size_t>(maxLength) : SIZE_MAX;
+    if (length > limit) {
+        // The line is longer than a piece once a byte past the limit is part
+        // of it: a lone '\r' there may still be the start of the line's end.
+        bool longer =
+            end != nullptr || length > limit + 1 || !(dropCarriageReturn && readPos[limit] == '\r');
+        if (!longer) return false;
+        length = taken = limit;
+    } else if (end == nullptr) {
+        return false;
+    }
+    line->assign(readPos, length);
+    readPos += taken;
+    if (readPos == writePos) readPos = writePos = storage;
+    return true;
 }
 
 char LineBuffer::operator[](int index) {

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <linux/serial.h>
 #include <orvane/SerialPort.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -213,6 +214,16 @@ int SerialPort::recvData(char* buf, int len, int timeoutUs) {
 
 int SerialPort::sendData(const char* data, int len, int timeoutUs) {
     return exchange(nullptr, data, len, timeoutUs, __func__);
+}
+
+bool SerialPort::isHungUp() {
+    if (!fd_) return false;
+    pollfd line{fd_.get(), POLLIN, 0};
+    int n = 0;
+    do {
+        n = ::poll(&line, 1, 0);
+    } while (n < 0 && errno == EINTR);
+    return n > 0 && (line.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
 }
 
 // One wait and one read into `in` or write from `out`.

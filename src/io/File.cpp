@@ -338,6 +338,16 @@ bool File::rename(const std::string& oldPath, const std::string& newPath) {
     return true;
 }
 
+bool File::replace(const std::string& oldPath, const std::string& newPath) {
+    if (::rename(oldPath.c_str(), newPath.c_str()) != 0) {
+        int err = errno;
+        ORVANE_SERROR("replace file(%s)->(%s) error: %s.", oldPath.c_str(), newPath.c_str(),
+                      strerror(err));
+        return false;
+    }
+    return true;
+}
+
 bool File::truncate(const std::string& path, int length) {
     if (length < 0) return false;
     File file;

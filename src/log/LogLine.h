@@ -32,28 +32,17 @@ namespace detail {
 // the second changes. The pointer stays valid until the thread's next call.
 const char* logTime();
 
-// The Tracer, found once per program: a log call then reads the level
-// without calling into the library.
-inline Tracer& tracer() {
-    static Tracer& instance = Tracer::getInstance();
-    return instance;
-}
-
-// Never defined nor called: named in an unevaluated operand so that the
-// compiler checks each log line's format against its arguments.
-int checkedFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
 }  // namespace detail
 }  // namespace orvane
 
-#define ORVANE_LOG_LINE_(lvl, tag, header, ...)                                                \
-    do {                                                                                       \
-        (void)sizeof(::orvane::detail::checkedFormat("<" tag ">%s " header, "", __VA_ARGS__)); \
-        ::orvane::Tracer& orvaneTracer_ = ::orvane::detail::tracer();                          \
-        if (orvaneTracer_.enabled(lvl)) {                                                      \
-            orvaneTracer_.print(lvl, "<" tag ">%s " header, ::orvane::detail::logTime(),       \
-                                __VA_ARGS__);                                                  \
-        }                                                                                      \
+#define ORVANE_LOG_LINE_(lvl, tag, header, ...)                                          \
+    do {                                                                                 \
+        (void)sizeof(::orvane::checkLogFormat("<" tag ">%s " header, "", __VA_ARGS__));  \
+        ::orvane::Tracer& orvaneTracer_ = ::orvane::tracer();                            \
+        if (orvaneTracer_.enabled(lvl)) {                                                \
+            orvaneTracer_.print(lvl, "<" tag ">%s " header, ::orvane::detail::logTime(), \
+                                __VA_ARGS__);                                            \
+        }                                                                                \
     } while (0)
 
 #define ORVANE_ERROR_IN(method, fmt, ...)                                              \

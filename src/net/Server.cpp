@@ -82,20 +82,26 @@ UdpServer::~UdpServer() = default;
 
 bool UdpServer::setup(std::string addr, unsigned short port) { return socket_.open(addr, port); }
 
+void UdpServer::quit() {
+    quitRequested = true;
+    Runnable::quit();
+}
+
 void UdpServer::run(const Thread&) {
     constexpr int kDatagramBytes = 1472;
     constexpr int kWaitUs = 10000;
     std::vector<char> buffer(kDatagramBytes, 0);
-    while (true) {
+    while (!quitRequested.load()) {
         // Nothing can arrive on a closed socket, and waiting on it would spin.
         if (!socket_.isOpen()) {
             ORVANE_ERROR_IN("run", "socket not open.");
-            return;
+            break;
         }
         int n = socket_.recvData(buffer.data(), kDatagramBytes, kWaitUs);
         if (n < 1) continue;
-        if (!dataReceived(socket_, buffer.data(), n)) return;
+        if (!dataReceived(socket_, buffer.data(), n)) break;
     }
+    quitRequested = false;
 }
 
 }  // namespace orvane

@@ -100,7 +100,8 @@ TEST(Application, RefusesBadComponentsAndEarlyTasksQuitsInStartOrderAndRemovesBy
 
 // Signal numbers are process-wide: each test uses its own. The second
 // callback quits the application from the application thread, well before
-// stop()'s 10 s limit: the thread does not wait for itself.
+// stop()'s 10 s limit: the thread does not wait for itself; exec() in main
+// returns once it has.
 TEST(Application, RunsSignalCallbacksInOrderOnItsThreadWhichMayQuitFromThere) {
     auto& capture = test::LogCapture::fresh();
     Application app;
@@ -120,9 +121,14 @@ TEST(Application, RunsSignalCallbacksInOrderOnItsThreadWhichMayQuitFromThere) {
         app.quit();
         callback("second");
     }));
-    ASSERT_TRUE(app.startup(1, SchedParam()));
+    EXPECT_EQ(app.exec(), -1);  // nothing to wait for before startup
+    EXPECT_EQ(capture.waitLine("not started"),
+              "<E>DATE [Application::exec,L#] application not started!");
+    ASSERT_TRUE(app.startup());
     ASSERT_EQ(kill(getpid(), SIGUSR1), 0);
+    EXPECT_EQ(app.exec(), 0);  // main's wait, ended by quit() on the application thread
     ASSERT_TRUE(eventually([&] { return count == 2; }));
+    EXPECT_EQ(app.exec(), 0);  // quit ran already
     EXPECT_EQ(calls, (Events{"first@Application", "second@Application"}));
     EXPECT_EQ(capture.waitLine(StrUtil::format("recv signal: %d", SIGUSR1)),
               StrUtil::format("<W>DATE [SignalHandler::checkSignal,L#] recv signal: %d", SIGUSR1));

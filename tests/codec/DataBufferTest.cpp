@@ -70,6 +70,48 @@ TEST(LineBuffer, FindsFromTheStorageStartAfterCompactingAndRewinding) {
     EXPECT_EQ(buffer.find(const_cast<char*>("\n"), 1), 1);  // drained, it rewound
 }
 
+// Feeds `input` in chunks of `chunk` bytes, taking every line it can after
+// each put, and returns the lines joined with '|' (a '#' where no line came).
+std::string takeLines(const std::string& input, size_t chunk, int maxLength, int capacity = 16) {
+    LineBuffer buffer;
+    if (!buffer.init(capacity)) return "no init";
+    std::string out, line = "untouched";
+    for (size_t at = 0; at < input.size(); at += chunk) {
+        std::string part = input.substr(at, chunk);
+        if (buffer.putData(&part[0], static_cast<int>(part.size())) == 0) return out + "full";
+        while (buffer.takeLine(&line, '\n', true, maxLength)) out += line + "|";
+    }
+    return out + (buffer.takeLine(&line, '\n', true, maxLength) ? "" : "#") + "#" +
+           std::to_string(buffer.size());
+}
+
+TEST(LineBuffer, TakeLineSplitsOnTheTerminatorWhateverTheChunks) {
+    struct Row {
+        const char* input;
+        int maxLength;
+        const char* lines;  // lines taken, then "##" and the bytes left unread
+    } rows[] = {
+        {"ab\ncd\r\n\nx", 0, "ab|cd||##1"},
+        {"a\r\r\n", 0, "a\r|##0"},                  // one CR dropped, not two
+        {"0123456789\nab", 4, "0123|4567|89|##2"},  // pieces of at most 4
+        {"0123\r\n4567\r", 4, "0123|##5"},          // a CR at the limit waits
+        {"0123\rX", 4, "0123|##2"},                 // ... until a byte shows it is data
+        {"0123\n", 4, "0123|##0"},
+    };
+    for (const Row& row : rows) {
+        for (size_t chunk : {1, 2, 3, 64}) {
+            EXPECT_EQ(takeLines(row.input, chunk, row.maxLength), row.lines)
+                << row.input << " in chunks of " << chunk;
+        }
+    }
+    // A line longer than the buffer fills it and never completes without a limit.
+    EXPECT_EQ(takeLines(std::string(20, 'x'), 4, 0), "full");
+    std::string line = "untouched";
+    LineBuffer idle;
+    EXPECT_FALSE(idle.takeLine(&line) || idle.takeLine(nullptr));
+    EXPECT_EQ(line, "untouched");
+}
+
 TEST(Parser, WalksSectionsToTheEndOrAnEmptySectionAndLetsStoiThrow) {
     unsigned int pos = 0, len = 99;
     int value = 0;

@@ -139,6 +139,23 @@ TEST(SerialPort, ConfiguresExchangesWaitsAndDrivesRs485OverAPty) {
     EXPECT_EQ(calls, (std::vector<long>{TIOCSRS485, 0, 16, 1, 16, 0}));
 }
 
+// Silence times out; a hang-up ends the input at once, and isHungUp tells
+// the two apart until the port is closed.
+TEST(SerialPort, TellsAHangUpFromSilence) {
+    Pty pty;
+    SerialPort port;
+    char buf[8];
+    ASSERT_TRUE(port.open(pty.name, 2));
+    EXPECT_EQ(port.recvData(buf, sizeof buf, 1000), -2);
+    EXPECT_FALSE(port.isHungUp());
+    ::close(pty.master);
+    pty.master = -1;
+    EXPECT_TRUE(port.isHungUp());
+    EXPECT_EQ(port.recvData(buf, sizeof buf, 1000000), 0);  // at once, end of input
+    EXPECT_TRUE(port.close());
+    EXPECT_FALSE(port.isHungUp());
+}
+
 TEST(SerialPort, RefusesBadInputWithItsLineAndLeaksNothing) {
     int fds = test::openFdCount();
     {

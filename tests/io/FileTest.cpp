@@ -62,6 +62,13 @@ TEST_F(FileTest, StaticPathOperationsRenameTruncateReadAndRemove) {
     EXPECT_EQ(File::readAll(moved), "123");
     EXPECT_FALSE(File::rename(moved, put("taken", "x")));
     EXPECT_EQ(line("[rename,"), "<E>DATE [rename,L#] old file not exists or new file exists!");
+    // replace takes the place of the existing file in one step.
+    std::string taken = dir + "/taken";
+    EXPECT_TRUE(File::replace(put("fresh", "new"), taken));
+    EXPECT_EQ(File::readAll(taken) + std::to_string(File::exists(dir + "/fresh")), "new0");
+    EXPECT_FALSE(File::replace(missing, taken));
+    EXPECT_EQ(line("[replace,"), "<E>DATE [replace,L#] replace file(" + missing + ")->(" + taken +
+                                     ") error: No such file or directory.");
     EXPECT_TRUE(File::remove(moved));
     EXPECT_EQ(File::readAll(moved), "");
     EXPECT_EQ(line("[readAll,"),

@@ -26,6 +26,16 @@ struct Probe {
     static void check() { ORVANE_SERROR("probe checked %d", 2); }
 };
 
+// A program's own lines through the public macros; a filtered one does not
+// evaluate its arguments.
+int openModem() {
+    int evaluated = 0;
+    ORVANE_LOG_INFO("Modem", "opened %s at %d baud", "/dev/ttyS1", 9600);
+    ORVANE_LOG_ERROR("", "gave up after %d tries", 3);
+    ORVANE_LOG_DEBUG("Modem", "filtered %d", ++evaluated);
+    return evaluated;
+}
+
 // Lines not listed (a filtered duration, a level beyond 0..4) are not logged.
 TEST(Tracer, DeliversLibraryLinesInTheirExactShape) {
     Probe probe;
@@ -39,6 +49,7 @@ TEST(Tracer, DeliversLibraryLinesInTheirExactShape) {
         tracer.printAt(3, "Modem", "open", 42, "code %d", 5);
         tracer.printAt(2, "", "parse", 7, "at %s", "start");
         tracer.printAt(5, "Modem", "open", 1, "beyond the levels");
+        EXPECT_EQ(openModem(), 0);
         { TraceDuration never("never scope", 60000); }
         { TraceDuration always("always scope", 0); }
     });
@@ -53,7 +64,9 @@ TEST(Tracer, DeliversLibraryLinesInTheirExactShape) {
             "<E>DATE [Probe::fail,L#] probe failed: 7", "<W>DATE [Probe::warn,L#] probe warned",
             "<I>DATE [Probe::tell] probe told x", "<I>DATE [Probe::operator()] [p] probe entered.",
             "<E>DATE [check,L#] probe checked 2", "<E>DATE [Modem::open,L#] code 5",
-            "<W>DATE [parse,L#] at start"}));
+            "<W>DATE [parse,L#] at start",
+            "<I>DATE [Modem::openModem,L#] opened /dev/ttyS1 at 9600 baud",
+            "<E>DATE [openModem,L#] gave up after 3 tries"}));
 }
 
 TEST(Tracer, FiltersByLevelAndClassifiesLinesByTheirTag) {

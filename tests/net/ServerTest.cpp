@@ -96,5 +96,23 @@ TEST(UdpServer, AnswersTheSenderAndStopsOnlyThroughItsHandler) {
     ::close(a);
 }
 
+// quit() from another thread ends the loop, so the stop does not time out,
+// and the same server serves again on a new thread.
+TEST(UdpServer, QuitEndsTheLoopFromAnotherThreadAndTheServerStartsAgain) {
+    EchoUdpServer server;
+    ASSERT_TRUE(server.setup("127.0.0.1", 0));
+    unsigned short port = 0;
+    int a = nettest::bsdSocket(SOCK_DGRAM, &port);
+    for (int round = 0; round < 2; ++round) {
+        Thread thread("UdpServerQuit");
+        ASSERT_TRUE(thread.start(server));
+        nettest::sendText(a, "ping", server.localPort());
+        EXPECT_EQ(readSome(a), "ping") << round;
+        server.quit();
+        EXPECT_TRUE(thread.stop(1000)) << round;
+    }
+    ::close(a);
+}
+
 }  // namespace
 }  // namespace orvane

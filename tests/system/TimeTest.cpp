@@ -56,6 +56,8 @@ TEST(DateTime, ConvertsBetweenEpochLocalAndUTCInTheZoneItSets) {
     DateTime local(epoch);
     EXPECT_EQ(local.toString(), "2024-01-01 09:01:01");
     EXPECT_EQ(local.millisecond, 500);
+    local.millisecond = 42;
+    EXPECT_EQ(local.toString(true), "2024-01-01 09:01:01.042");
     EXPECT_EQ(local.toEpochTime(), Time(1704067200L + 3661L, 0L));
     EXPECT_EQ(local.toUTC().toString(), "2024-01-01 01:01:01");
     DateTime leapDay(2024, 2, 29, 23, 59, 58);

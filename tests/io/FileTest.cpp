@@ -63,7 +63,7 @@ TEST_F(FileTest, StaticPathOperationsRenameTruncateReadAndRemove) {
     EXPECT_FALSE(File::rename(moved, put("taken", "x")));
     EXPECT_EQ(line("[rename,"), "<E>DATE [rename,L#] old file not exists or new file exists!");
     // replace takes the place of the existing file in one step.
-    std::string taken = dir + "/taken";
+    std::string taken = dir + "/taken", missing = dir + "/nowhere";
     EXPECT_TRUE(File::replace(put("fresh", "new"), taken));
     EXPECT_EQ(File::readAll(taken) + std::to_string(File::exists(dir + "/fresh")), "new0");
     EXPECT_FALSE(File::replace(missing, taken));

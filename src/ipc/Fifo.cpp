@@ -1,12 +1,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <orvane/Fifo.h>
+#include <orvane/Time.h>
 #include <orvane/UniqueFd.h>
 #include <poll.h>
 #include <string.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,12 +24,6 @@ namespace {
 // Longest pause between two tries of the write end: an open missed by
 // inotify (or no inotify at all) delays the writer by at most this.
 constexpr int kRetryMs = 50;
-
-int64_t nowUs() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
-}
 
 // Waits up to `waitMs` for an open of the watched FIFO (or just waits when
 // there is no watch), then drops the events.
@@ -101,13 +95,13 @@ bool Fifo::open(const std::string& name, int mode, int timeoutUs) {
         notify.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
         if (notify && ::inotify_add_watch(notify.get(), name.c_str(), IN_OPEN) < 0) notify.reset();
     }
-    int64_t deadline = nowUs() + timeoutUs;
+    int64_t deadline = Time::fromMono().toMicroSec() + timeoutUs;
     UniqueFd fd;
     for (;;) {
         fd.reset(::open(name.c_str(), flags));
         if (fd) break;
         int err = errno;
-        int64_t leftUs = deadline - nowUs();
+        int64_t leftUs = deadline - Time::fromMono().toMicroSec();
         if (err != ENXIO) {
             ORVANE_ERROR("open %s error: %s!", name.c_str(), strerror(err));
             return false;

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <orvane/System.h>
+#include <orvane/Time.h>
 #include <orvane/UniqueFd.h>
 #include <poll.h>
 #include <pthread.h>
@@ -31,12 +32,6 @@ namespace orvane {
 namespace {
 
 constexpr size_t kOutputKept = 1u << 20;
-
-long long monotonicUs() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
-}
 
 // The exit status as runCommand reports it.
 int exitCode(int status) {
@@ -97,7 +92,7 @@ bool drainOutput(int fd, long long deadlineUs, std::string* output) {
     for (;;) {
         int waitMs = -1;
         if (deadlineUs >= 0) {
-            long long leftUs = deadlineUs - monotonicUs();
+            long long leftUs = deadlineUs - Time::fromMono().toMicroSec();
             if (leftUs <= 0) return false;
             waitMs = static_cast<int>(std::min<long long>((leftUs + 999) / 1000, 60000));
         }
@@ -125,7 +120,7 @@ int reap(pid_t child, long long deadlineUs, int* err) {
             *err = errno;
             return -1;
         }
-        if (deadlineUs >= 0 && monotonicUs() >= deadlineUs) return -2;
+        if (deadlineUs >= 0 && Time::fromMono().toMicroSec() >= deadlineUs) return -2;
         if (done == 0) {
             timespec pause{0, 1000 * 1000};
             nanosleep(&pause, nullptr);
@@ -262,7 +257,7 @@ int System::runCommand(const std::string& command, int timeoutUs, std::string* o
     }
     UniqueFd readEnd(ends[0]);
     UniqueFd writeEnd(ends[1]);
-    long long deadlineUs = timeoutUs < 0 ? -1 : monotonicUs() + timeoutUs;
+    long long deadlineUs = timeoutUs < 0 ? -1 : Time::fromMono().toMicroSec() + timeoutUs;
     pid_t child = -1;
     {
         SpawnSetup setup(writeEnd.get());

@@ -128,6 +128,14 @@ int reap(pid_t child, long long deadlineUs, int* err) {
     }
 }
 
+// A process's name from its /proc "comm" file, without the line end; 0 or
+// an errno value.
+int readComm(const std::string& path, std::string* name) {
+    int err = detail::readSmallFile(path, name);
+    if (err == 0 && !name->empty() && name->back() == '\n') name->pop_back();
+    return err;
+}
+
 // The file name part of the first NUL-terminated word of a cmdline file.
 std::string programName(const std::string& cmdline) {
     std::string first = cmdline.substr(0, cmdline.find('\0'));
@@ -220,12 +228,11 @@ int System::getProcessId() { return static_cast<int>(getpid()); }
 
 std::string System::getProcessName() {
     std::string name;
-    int err = detail::readSmallFile("/proc/self/comm", &name);
+    int err = readComm("/proc/self/comm", &name);
     if (err != 0) {
         ORVANE_SERROR("read /proc/self/comm error:%s", strerror(err));
         return "";
     }
-    if (!name.empty() && name.back() == '\n') name.pop_back();
     return name;
 }
 
@@ -306,8 +313,7 @@ std::vector<int> System::findProcesses(const std::string& name) {
         std::string comm;
         std::string cmdline;
         // A process may end while it is looked at: a missing file only skips it.
-        if (detail::readSmallFile(dir + "/comm", &comm) != 0) continue;
-        if (!comm.empty() && comm.back() == '\n') comm.pop_back();
+        if (readComm(dir + "/comm", &comm) != 0) continue;
         bool match = comm == shortName && (name.size() <= 15 || comm.size() < 15);
         if (!match && detail::readSmallFile(dir + "/cmdline", &cmdline) == 0) {
             match = programName(cmdline) == name;

@@ -27,7 +27,7 @@ TEST(SysStat, MeasuresThisMachineBetweenTwoSamples) {
     // Within 0..100, and not NaN.
     for (float usage : usages) EXPECT_TRUE(usage >= 0.0f && usage <= 100.0f) << usage;
     EXPECT_EQ(stat.cpuUsages(cpus - 1), std::vector<float>{usages[cpus - 1]});
-    EXPECT_EQ(stat.cpuUsages(cpus + 7), std::vector<float>{usages.back()});  // unknown: the total
+    EXPECT_EQ(stat.cpuUsages(cpus), std::vector<float>{usages.back()});  // not a CPU: the total
 }
 
 TEST(SysStat, ParsesKernelLinesAndShiftsTheOldCounters) {
@@ -41,9 +41,7 @@ TEST(SysStat, ParsesKernelLinesAndShiftsTheOldCounters) {
     // Extra numbers are ignored; 64-bit values are kept to their low 32 bits.
     detail::takeCpuLine("cpu3 1 2 3 4 5 6 7", &previous, &current);
     detail::takeCpuLine("cpu3 4294967301 2 3 4 5 6 17 8 9", &previous, &current);
-    EXPECT_EQ(previous[3].user, 1u);
-    EXPECT_EQ(current[3].user, 5u);
-    EXPECT_EQ(current[3].softirq, 17u);
+    EXPECT_TRUE(previous[3].user == 1u && current[3].user == 5u && current[3].softirq == 17u);
     EXPECT_EQ(current.size(), 2u);
     EXPECT_THROW(detail::takeCpuLine("cpu1 9 8 x 1 1 1 1", &previous, &current),
                  std::invalid_argument);
@@ -58,8 +56,7 @@ TEST(SysStat, ParsesKernelLinesAndShiftsTheOldCounters) {
     const char* const memLines[] = {"MemTotal:   16318000 kB", "MemFree:   204800 kB",
                                     "MemAvailable:  9999 kB", "MemFree: 5"};
     for (const char* line : memLines) detail::takeMemLine(line, &total, &free);
-    EXPECT_EQ(total, 16318000);
-    EXPECT_EQ(free, 204800);
+    EXPECT_TRUE(total == 16318000 && free == 204800) << total << " " << free;
 }
 
 // Runs in the death-test child: samples, hides /proc, samples again; the

@@ -92,6 +92,7 @@ TEST(MemPool, HandsOutFirstFitRunsWithinOneAreaAndReleasesThemByOwner) {
     EXPECT_EQ(pool.getMemory("a", 100), base + 300);
     EXPECT_EQ(pool.getMemory("b", 200), nullptr);  // no two free blocks in a row
     EXPECT_TRUE(pool.putMemory("a"));              // both of a's runs
+    EXPECT_EQ(pool.getMemory("b", 300), nullptr);  // 0, 1 and 3 are free, not in a row
     EXPECT_EQ(pool.getMemory("b", 200), base);
     // A second area: a run never spans the two (block 3 is free, 4 and 5 are new).
     ASSERT_TRUE(pool.init(2, 100, nullptr));

@@ -28,21 +28,28 @@ class MemSharedTest : public ::testing::Test {
 };
 
 TEST_F(MemSharedTest, AnotherProcessOpensTheObjectByNameAndSeesItsBytes) {
+    int fds = test::openFdCount();
     MemShared mem;
+    char buf[6] = {};
+    EXPECT_FALSE(mem.open(shmName, 16, IO_READ, MemShared::TYPE_SHM));  // creates nothing
+    test::expectRefusal([&] { return mem.open(shmName, 16, IO_WRITE, MemShared::TYPE_SHM); },
+                        "<E>DATE [MemShared::open,L#] Unsupport IO Mode: 1");
+    EXPECT_EQ(mem.getData(buf, 6), -1);
     ASSERT_TRUE(mem.open(shmName, 4096, IO_CREATE, MemShared::TYPE_SHM));
+    test::expectRefusal([&] { return mem.open(shmName, 16, IO_CREATE, MemShared::TYPE_SHM); },
+                        "<E>DATE [MemShared::open,L#] shared already exists!");
     ASSERT_EQ(mem.putData("hello", 6), 6);
     EXPECT_TRUE(test::succeedsInChild([&] {
         MemShared theirs;  // size 0 maps the object as it is
-        char buf[6] = {};
         return theirs.open(shmName, 0, IO_READ_WRITE, MemShared::TYPE_SHM) &&
                theirs.size() == 4096 && theirs.getData(buf, 6) == 6 && strcmp(buf, "hello") == 0 &&
                theirs.putData("reply", 6) == 6;
     }));
-    char buf[6] = {};
     EXPECT_EQ(mem.getData(buf, 6), 6);
     EXPECT_STREQ(buf, "reply");
     mem.close();
     EXPECT_NE(::access(("/dev/shm" + shmName).c_str(), F_OK), 0);  // close unlinked it
+    EXPECT_EQ(test::openFdCount(), fds + 1);                       // but kept its descriptor open
 }
 
 // A TYPE_FILE block's descriptor is closed and its file kept.
@@ -61,25 +68,6 @@ TEST_F(MemSharedTest, FileBackedBlockCreatesItsDirectoryAndSurvivesClose) {
     char buf[200];
     EXPECT_EQ(reader.getData(buf, 200), 64);
     EXPECT_EQ(std::string(buf, 64), payload.substr(0, 64));
-}
-
-TEST_F(MemSharedTest, RefusesBadRequestsAndStaysClosedWithoutLeaking) {
-    int fds = test::openFdCount();
-    {
-        MemShared mem;
-        char buf[4];
-        test::expectRefusal([&] { return mem.open(shmName, 16, IO_WRITE, MemShared::TYPE_SHM); },
-                            "<E>DATE [MemShared::open,L#] Unsupport IO Mode: 1");
-        test::expectRefusal([&] { return mem.open(shmName, 16, IO_READ, MemShared::TYPE_SHM); },
-                            "<E>DATE [MemShared::open,L#] open shared[" + shmName +
-                                "] error: No such file or directory");
-        EXPECT_EQ(mem.getData(buf, 4), -1);
-        ASSERT_TRUE(mem.open(shmName, 16, IO_CREATE, MemShared::TYPE_SHM));
-        test::expectRefusal([&] { return mem.open(shmName, 16, IO_CREATE, MemShared::TYPE_SHM); },
-                            "<E>DATE [MemShared::open,L#] shared already exists!");
-    }
-    // close() unlinks a TYPE_SHM block's name but keeps its descriptor open.
-    EXPECT_EQ(test::openFdCount(), fds + 1);
 }
 
 TEST(MemPool, HandsOutFirstFitRunsWithinOneAreaAndReleasesThemByOwner) {

@@ -1,13 +1,17 @@
 #include <gtest/gtest.h>
+#include <orvane/StrUtil.h>
 #include <orvane/System.h>
+#include <orvane/Time.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "support/Eventually.h"
 #include "support/PrivateMount.h"
@@ -16,21 +20,18 @@
 namespace orvane {
 namespace {
 
-// What an independent tool prints, without its line end ("" when it fails).
+// The first line an independent tool prints, without its line end.
 std::string toolOutput(const std::string& command) {
-    std::string out;
+    char line[256] = {};
     FILE* pipe = popen(command.c_str(), "r");
-    char buf[256];
-    while (pipe != nullptr && fgets(buf, sizeof buf, pipe) != nullptr) out += buf;
+    if (pipe != nullptr && fgets(line, sizeof line, pipe) == nullptr) line[0] = '\0';
     if (pipe != nullptr) pclose(pipe);
-    while (!out.empty() && out.back() == '\n') out.pop_back();
-    return out;
+    return StrUtil::trimRight(line);
 }
 
 TEST(System, ReportsTheSameFactsAsTheSystemTools) {
     EXPECT_EQ(System::getHostName(), toolOutput("uname -n"));
     EXPECT_EQ(std::to_string(System::getCpuCount()), toolOutput("nproc"));
-    EXPECT_EQ(std::to_string(System::getPageSize()), toolOutput("getconf PAGESIZE"));
     EXPECT_NEAR(System::getUptimeMs() / 1000.0, std::stod(toolOutput("cat /proc/uptime")), 2.0);
     double fifteen = -1;
     ASSERT_TRUE(System::getLoadAverage(nullptr, nullptr, &fifteen));
@@ -111,24 +112,40 @@ TEST(System, ChangesResourceLimitsAsTheKernelShowsThem) {
         "<E>DATE [setResourceLimit,L#] setrlimit(7, 20, 10) error:Invalid argument");
 }
 
-// In a child that gave up root for good: checked before anything is tried.
-void restartsWithoutPrivilege() {
+// In a child that gave up root for good (checked before anything is tried),
+// with no timedatectl on PATH: every privileged call is refused.
+void refusedWithoutPrivilege() {
     std::string caps = "grep CapEff /proc/" + std::to_string(getpid()) + "/status";
     if (!test::dropPrivileges() || toolOutput(caps) != "CapEff:\t0000000000000000") {
         _exit(5);  // still privileged: reboot() must not be tried
     }
-    test::expectRefusal(System::reboot,
-                        "<E>DATE [reboot,L#] not allowed: the process lacks "
-                        "CAP_SYS_BOOT");
-    test::expectRefusal(System::powerOff,
-                        "<E>DATE [powerOff,L#] not allowed: the process lacks "
-                        "CAP_SYS_BOOT");
+    const std::pair<bool (*)(), std::string> restarts[] = {{System::reboot, "reboot"},
+                                                           {System::powerOff, "powerOff"}};
+    for (const auto& r : restarts) {
+        test::expectRefusal(
+            r.first, "<E>DATE [" + r.second + ",L#] not allowed: the process lacks CAP_SYS_BOOT");
+    }
+    test::expectRefusal([] { return DateTime::setDateTime(Time(1893456000L, 0L), 3600, true); },
+                        "<E>DATE [setDateTime,L#] @DateTime, set time error: Operation not "
+                        "permitted !");
+    test::expectRefusal([] { return DateTime::setDateTime(DateTime(1960, 1, 1, 0, 0, 0)); },
+                        "<E>DATE [setDateTime,L#] @DateTime, make time error: Success !");
+    setenv("PATH", "/nonexistent", 1);
+    Time t(1704067200L, 0L);
+    // The current zone: "set-ntp; export" ends with export's success, then set-time fails.
+    test::expectRefusal([&] { return DateTime::setDateTime(t, ""); },
+                        "<E>DATE [setDateTime,L#] @DataTime, exec cmd[timedatectl set-time '" +
+                            DateTime(t).toString() + "'] error!");
+    // A zone name the shell would interpret is refused before anything runs.
+    std::string owned = test::tempPath("owned");
+    EXPECT_FALSE(DateTime::setDateTime(t, "UTC;/usr/bin/touch " + owned));
+    EXPECT_NE(unlink(owned.c_str()), 0);
     test::exitWithChecks();
 }
 
-TEST(SystemDeathTest, RefusesToRestartWithoutPrivilege) {
+TEST(SystemDeathTest, PrivilegedCallsAreRefusedWithoutPrivilege) {
     if (getuid() != 0) GTEST_SKIP() << "needs root to start a child that drops it";
-    EXPECT_EXIT(restartsWithoutPrivilege(), ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(refusedWithoutPrivilege(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <string>
 #include <tuple>
 
-#include "support/PrivateMount.h"
 #include "support/Refusal.h"
 
 namespace orvane {
@@ -70,33 +69,6 @@ TEST(DateTime, HardwareClockWithoutDeviceGivesDefaultAndError) {
                         "directory.");
     EXPECT_FALSE(DateTime::setRtcTime(DateTime(2024, 1, 1, 0, 0, 0)));
     EXPECT_EQ(test::openFdCount(), fds);
-}
-
-// Runs in a child that gave up root, so every setter fails whatever it is
-// asked, and with no timedatectl on PATH, so every time command fails.
-void settersWithoutPrivilege() {
-    if (!test::dropPrivileges()) _exit(2);
-    test::expectRefusal([] { return DateTime::setDateTime(Time(1893456000L, 0L), 3600, true); },
-                        "<E>DATE [setDateTime,L#] @DateTime, set time error: Operation not "
-                        "permitted !");
-    test::expectRefusal([] { return DateTime::setDateTime(DateTime(1960, 1, 1, 0, 0, 0)); },
-                        "<E>DATE [setDateTime,L#] @DateTime, make time error: Success !");
-    setenv("PATH", "/nonexistent", 1);
-    Time t(1704067200L, 0L);
-    // The current zone: "set-ntp; export" ends with export's success, then set-time fails.
-    test::expectRefusal([&] { return DateTime::setDateTime(t, ""); },
-                        "<E>DATE [setDateTime,L#] @DataTime, exec cmd[timedatectl set-time '" +
-                            DateTime(t).toString() + "'] error!");
-    // A name the shell would interpret is refused before anything runs.
-    std::string owned = test::tempPath("owned");
-    EXPECT_FALSE(DateTime::setDateTime(t, "UTC;/usr/bin/touch " + owned));
-    EXPECT_NE(unlink(owned.c_str()), 0);
-    test::exitWithChecks();
-}
-
-TEST(DateTimeDeathTest, SettersFailWithoutPrivilege) {
-    if (getuid() != 0) GTEST_SKIP() << "needs root to start an unprivileged child";
-    EXPECT_EXIT(settersWithoutPrivilege(), ::testing::ExitedWithCode(0), "");
 }
 
 // A late loop does not catch up: the period restarts where the late sleep returned.

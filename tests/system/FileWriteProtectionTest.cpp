@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
 
 #include "support/PrivateMount.h"
 #include "support/Refusal.h"
@@ -65,23 +66,19 @@ void protectInPrivate() {
     EXPECT_TRUE(!none.isWritable() && none.mountPoint().empty() && none.restore());
 
     // One file each: immutable attribute on tmpfs, write bits on ramfs.
-    const struct {
-        std::string path;
-        int refusal;
-        mode_t protectedMode, releasedMode;
-    } files[] = {{top + "/rw/file", EPERM, 0664, 0664}, {top + "/ram/file", 0, 0444, 0644}};
-    for (const auto& f : files) {
-        SCOPED_TRACE(f.path);
-        std::ofstream(f.path) << "data";
-        ASSERT_EQ(chmod(f.path.c_str(), 0664), 0);
-        EXPECT_TRUE(FileWriteProtection::protect(f.path) &&
-                    FileWriteProtection::isProtected(f.path));
-        EXPECT_EQ(modeOf(f.path), f.protectedMode);
-        EXPECT_EQ(writeError(f.path), f.refusal);  // root is stopped by the attribute only
-        EXPECT_TRUE(FileWriteProtection::release(f.path));
-        EXPECT_FALSE(FileWriteProtection::isProtected(f.path));
-        EXPECT_EQ(modeOf(f.path), f.releasedMode);
-        EXPECT_EQ(writeError(f.path), 0);
+    const std::tuple<std::string, int, mode_t, mode_t> files[] = {
+        {top + "/rw/file", EPERM, 0664, 0664}, {top + "/ram/file", 0, 0444, 0644}};
+    for (const auto& [path, refusal, protectedMode, releasedMode] : files) {
+        SCOPED_TRACE(path);
+        std::ofstream(path) << "data";
+        ASSERT_EQ(chmod(path.c_str(), 0664), 0);
+        EXPECT_TRUE(FileWriteProtection::protect(path) && FileWriteProtection::isProtected(path));
+        EXPECT_EQ(modeOf(path), protectedMode);
+        EXPECT_EQ(writeError(path), refusal);  // root is stopped by the attribute only
+        EXPECT_TRUE(FileWriteProtection::release(path));
+        EXPECT_FALSE(FileWriteProtection::isProtected(path));
+        EXPECT_EQ(modeOf(path), releasedMode);
+        EXPECT_EQ(writeError(path), 0);
     }
 
     ASSERT_TRUE(test::dropPrivileges());

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/Refusal.h"
@@ -45,21 +46,17 @@ TEST(StrUtil, SplitsJoinsFormatsFindsAndShowsText) {
 }
 
 TEST(StrUtil, ConvertsWholeTextsToNumbersAndBytesAndRefusesTheRest) {
-    const struct {
-        const char* text;
-        int base;
-        int64_t value;
-    } good[] = {{"-2147483648", 10, INT32_MIN},
-                {"+7", 10, 7},
-                {"0x1F", 16, 31},
-                {"0X1f", 0, 31},
-                {"010", 0, 10},
-                {"-0x10", 0, -16}};
-    for (const auto& g : good) {
+    const std::tuple<const char*, int, int64_t> good[] = {{"-2147483648", 10, INT32_MIN},
+                                                          {"+7", 10, 7},
+                                                          {"0x1F", 16, 31},
+                                                          {"0X1f", 0, 31},
+                                                          {"010", 0, 10},
+                                                          {"-0x10", 0, -16}};
+    for (const auto& [text, base, value] : good) {
         int v = 0;
         int64_t v64 = 0;
-        EXPECT_TRUE(StrUtil::toInt(g.text, &v, g.base) && StrUtil::toInt64(g.text, &v64, g.base));
-        EXPECT_TRUE(v == g.value && v64 == g.value) << g.text;
+        EXPECT_TRUE(StrUtil::toInt(text, &v, base) && StrUtil::toInt64(text, &v64, base));
+        EXPECT_TRUE(v == value && v64 == value) << text;
     }
     int64_t v64 = 0;
     uint64_t u64 = 0;

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 #include "support/Eventually.h"
@@ -63,19 +64,15 @@ TEST(System, RenamesTheProcessAndFindsAndSignalsItByThatName) {
 
 TEST(System, RunsCommandsWithTheirStatusAndOutput) {
     signal(SIGPIPE, SIG_IGN);  // what every socket send does; the command must not inherit it
-    const struct {
-        const char* command;
-        int status;
-        const char* output;
-    } cases[] = {
+    const std::tuple<const char*, int, const char*> cases[] = {
         {"echo out; echo err >&2", 0, "out\nerr\n"},
         {"cat; exit 3", 3, ""},  // stdin is /dev/null
         {"kill -PIPE $$", 128 + SIGPIPE, ""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [command, status, expected] : cases) {
         std::string output = "stale";
-        EXPECT_EQ(System::runCommand(c.command, 5000000, &output), c.status) << c.command;
-        EXPECT_EQ(output, c.output) << c.command;
+        EXPECT_EQ(System::runCommand(command, 5000000, &output), status) << command;
+        EXPECT_EQ(output, expected) << command;
     }
     std::string big;
     EXPECT_EQ(System::runCommand("head -c 3000000 /dev/zero", -1, &big), 0);
@@ -90,10 +87,10 @@ TEST(System, KillsTheWholeCommandWhenItsTimeRunsOut) {
         "<E>DATE [runCommand,L#] command 'sleep 30 & echo $!; wait' still running after 100000 "
         "us: killed");
     ASSERT_FALSE(output.empty());
-    std::string state = "cut -d' ' -f3 /proc/" + std::to_string(std::stoi(output)) + "/stat";
     // Gone, or a zombie waiting for a reaper that is not this process.
     EXPECT_TRUE(test::eventually([&] {
-        std::string text = toolOutput(state + " 2>/dev/null");
+        std::string text =
+            toolOutput("cut -d' ' -f3 /proc/" + StrUtil::trimRight(output) + "/stat 2>/dev/null");
         return text.empty() || text == "Z";
     }));
 }

@@ -97,7 +97,7 @@ TEST(StrUtil, ConvertsDoublesWithAPointWhateverTheLocale) {
     for (std::string text : {"", "1,5", "+-1", "inf", "1e400", "1e-400"}) {
         double d = 9;
         std::string reason =
-            text.find("e") != std::string::npos ? "number out of range" : "not a number";
+            text.find('e') != std::string::npos ? "number out of range" : "not a number";
         test::expectRefusal([&] { return StrUtil::toDouble(text, &d); },
                             "<E>DATE [toDouble,L#] " + reason + ": \"" + text + "\"");
         EXPECT_EQ(d, 9);

@@ -140,9 +140,10 @@ bool parseInteger(const char* op, const std::string& text, T* out, int base) {
     U magnitude = 0;
     const char* first = text.data() + at;
     const char* last = text.data() + text.size();
+    // A second sign, or no digits at all, leaves ptr short of the end: the
+    // unsigned form takes neither '+' nor '-'.
     auto result = std::from_chars(first, last, magnitude, base);
-    if (first == last || result.ptr != last || result.ec == std::errc::invalid_argument ||
-        (first < last && (*first == '+' || *first == '-'))) {
+    if (first == last || result.ptr != last) {
         ORVANE_SERROR_IN(op, "not a base-%d number: \"%s\"", base, text.c_str());
         return false;
     }
@@ -247,8 +248,7 @@ bool StrUtil::toDouble(const std::string& text, double* out) {
     if (first < last && *first == '+' && last - first > 1 && first[1] != '-') ++first;
     double value = 0;
     auto result = std::from_chars(first, last, value, std::chars_format::general);
-    if (first == last || result.ptr != last || result.ec == std::errc::invalid_argument ||
-        !std::isfinite(value)) {
+    if (first == last || result.ptr != last || !std::isfinite(value)) {
         ORVANE_SERROR("not a number: \"%s\"", text.c_str());
         return false;
     }

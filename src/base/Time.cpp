@@ -1,20 +1,12 @@
-#include <fcntl.h>
-#include <orvane/StrUtil.h>
 #include <orvane/Thread.h>
 #include <orvane/Time.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 #include "base/DateTimeFields.h"
 #include "base/DateTimeText.h"
-#include "log/LogLine.h"
 
 namespace orvane {
 

@@ -76,7 +76,11 @@ bool Fifo::remove(const std::string& path) {
 bool Fifo::open(const std::string& name, int mode) { return open(name, mode, 0); }
 
 bool Fifo::open(const std::string& name, int mode, int timeoutUs) {
-    if (name.empty() || (mode != IO_READ && mode != IO_WRITE)) {
+    if (name.empty()) {
+        ORVANE_ERROR("fifo name is empty!");
+        return false;
+    }
+    if (mode != IO_READ && mode != IO_WRITE) {
         ORVANE_ERROR("param error: a fifo opens for IO_READ or IO_WRITE, not %d!", mode);
         return false;
     }

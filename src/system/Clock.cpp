@@ -62,9 +62,7 @@ class RtcDevice {
 std::string DateTime::timeZone() {
     static const char* const kZoneFile = "/etc/timezone";
     if (File::exists(kZoneFile)) {
-        std::string zone = File::readAll(kZoneFile);
-        size_t end = zone.find_last_not_of(" \t\r\n");
-        return end == std::string::npos ? std::string() : zone.substr(0, end + 1);
+        return StrUtil::trimRight(File::readAll(kZoneFile));
     }
     tzset();
     return tzname[0] != nullptr ? std::string(tzname[0]) : std::string();

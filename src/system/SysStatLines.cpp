@@ -19,7 +19,7 @@ namespace detail {
 
 void takeCpuLine(const std::string& line, std::map<int, SysStat::CpuStat>* previous,
                  std::map<int, SysStat::CpuStat>* current) {
-    if (line.compare(0, 3, "cpu") != 0) return;
+    if (!StrUtil::startsWith(line, "cpu")) return;
     std::vector<std::string> pieces = StrUtil::splitString(line, " ", true);
     if (pieces.size() < 8) return;
     int key = -1;
@@ -46,9 +46,9 @@ void takeCpuLine(const std::string& line, std::map<int, SysStat::CpuStat>* previ
 void takeMemLine(const std::string& line, int* total, int* free) {
     std::vector<std::string> pieces = StrUtil::splitString(line, " ", true);
     if (pieces.size() < 3) return;
-    if (pieces[0].compare(0, 9, "MemTotal:") == 0) {
+    if (StrUtil::startsWith(pieces[0], "MemTotal:")) {
         *total = std::stoi(pieces[1]);
-    } else if (pieces[0].compare(0, 8, "MemFree:") == 0) {
+    } else if (StrUtil::startsWith(pieces[0], "MemFree:")) {
         *free = std::stoi(pieces[1]);
     }
 }

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <orvane/System.h>
+#include <orvane/Time.h>
 #include <orvane/UniqueFd.h>
 #include <poll.h>
 #include <pthread.h>
@@ -31,12 +32,6 @@ namespace orvane {
 namespace {
 
 constexpr size_t kOutputKept = 1u << 20;
-
-long long monotonicUs() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
-}
 
 // The exit status as runCommand reports it.
 int exitCode(int status) {
@@ -97,7 +92,7 @@ bool drainOutput(int fd, long long deadlineUs, std::string* output) {
     for (;;) {
         int waitMs = -1;
         if (deadlineUs >= 0) {
-            long long leftUs = deadlineUs - monotonicUs();
+            long long leftUs = deadlineUs - Time::fromMono().toMicroSec();
             if (leftUs <= 0) return false;
             waitMs = static_cast<int>(std::min<long long>((leftUs + 999) / 1000, 60000));
         }
@@ -125,12 +120,20 @@ int reap(pid_t child, long long deadlineUs, int* err) {
             *err = errno;
             return -1;
         }
-        if (deadlineUs >= 0 && monotonicUs() >= deadlineUs) return -2;
+        if (deadlineUs >= 0 && Time::fromMono().toMicroSec() >= deadlineUs) return -2;
         if (done == 0) {
             timespec pause{0, 1000 * 1000};
             nanosleep(&pause, nullptr);
         }
     }
+}
+
+// A process's name from its /proc "comm" file, without the line end; 0 or
+// an errno value.
+int readComm(const std::string& path, std::string* name) {
+    int err = detail::readSmallFile(path, name);
+    if (err == 0 && !name->empty() && name->back() == '\n') name->pop_back();
+    return err;
 }
 
 // The file name part of the first NUL-terminated word of a cmdline file.
@@ -225,12 +228,11 @@ int System::getProcessId() { return static_cast<int>(getpid()); }
 
 std::string System::getProcessName() {
     std::string name;
-    int err = detail::readSmallFile("/proc/self/comm", &name);
+    int err = readComm("/proc/self/comm", &name);
     if (err != 0) {
         ORVANE_SERROR("read /proc/self/comm error:%s", strerror(err));
         return "";
     }
-    if (!name.empty() && name.back() == '\n') name.pop_back();
     return name;
 }
 
@@ -262,7 +264,7 @@ int System::runCommand(const std::string& command, int timeoutUs, std::string* o
     }
     UniqueFd readEnd(ends[0]);
     UniqueFd writeEnd(ends[1]);
-    long long deadlineUs = timeoutUs < 0 ? -1 : monotonicUs() + timeoutUs;
+    long long deadlineUs = timeoutUs < 0 ? -1 : Time::fromMono().toMicroSec() + timeoutUs;
     pid_t child = -1;
     {
         SpawnSetup setup(writeEnd.get());
@@ -311,8 +313,7 @@ std::vector<int> System::findProcesses(const std::string& name) {
         std::string comm;
         std::string cmdline;
         // A process may end while it is looked at: a missing file only skips it.
-        if (detail::readSmallFile(dir + "/comm", &comm) != 0) continue;
-        if (!comm.empty() && comm.back() == '\n') comm.pop_back();
+        if (readComm(dir + "/comm", &comm) != 0) continue;
         bool match = comm == shortName && (name.size() <= 15 || comm.size() < 15);
         if (!match && detail::readSmallFile(dir + "/cmdline", &cmdline) == 0) {
             match = programName(cmdline) == name;

@@ -1,48 +1,111 @@
 #include <gtest/gtest.h>
 #include <orvane/StrUtil.h>
-#include <orvane/System.h>
-#include <pthread.h>
-#include <unistd.h>
 
+#include <clocale>
+#include <cstdint>
+#include <functional>
 #include <string>
-#include <thread>
+#include <tuple>
 #include <vector>
+
+#include "support/Refusal.h"
 
 namespace orvane {
 namespace {
 
 using Pieces = std::vector<std::string>;
 
-TEST(StrUtil, SplitsFormatsFindsAndShowsHex) {
+TEST(StrUtil, SplitsJoinsFormatsFindsAndShowsText) {
     EXPECT_EQ(StrUtil::splitString("cpu  10 0  7", " ", true), (Pieces{"cpu", "10", "0", "7"}));
-    EXPECT_EQ(StrUtil::splitString(" a  b", " ", false), (Pieces{"", "a", "", "b"}));
     EXPECT_EQ(StrUtil::splitString("a::b:::c", "::", false), (Pieces{"a", "b", ":c"}));
-    EXPECT_EQ(StrUtil::splitString("abc", "", true), (Pieces{"abc"}));
-    EXPECT_EQ(StrUtil::splitString("", ",", false), (Pieces{""}));
-    EXPECT_EQ(StrUtil::splitString(",,,", ",", true), Pieces{});
-
-    std::string longText(5000, 'q');
+    for (std::string s : {"", "a,,b", ",a,"}) {
+        EXPECT_EQ(StrUtil::join(StrUtil::splitString(s, ",", false), ","), s);
+    }
+    std::string longText(5000, 'q'), bytes("\xA5\x01\x00\xff", 4);
     const char* none = nullptr;
     const std::pair<std::string, std::string> cases[] = {
-        {StrUtil::format("%s_%d", "Application", 1234), "Application_1234"},
         {StrUtil::format("<%s>", longText.c_str()), "<" + longText + ">"},
         {StrUtil::format(none, 1), ""},
         {StrUtil::findString("a <L9> <x>", "<", ">"), "<L9>"},
-        {StrUtil::findString("x<<y>>", "<<", ">>"), "<<y>>"},
-        {StrUtil::findString("> before <L9", "<", ">"), ""},
-        {StrUtil::hexView(std::string("\xA5\x01\x00\xff", 4)), "A5 01 00 FF "},
-        {StrUtil::hexView(nullptr, 4), ""},
-        {StrUtil::hexView("ab", -1), ""}};
+        {StrUtil::hexView(bytes), "A5 01 00 FF "},
+        {StrUtil::toHex(bytes) + StrUtil::toHex(bytes, true), "a50100ffA50100FF"},
+        {StrUtil::trim(" \t\r\n x y \v\f") + StrUtil::trimLeft("  x ") + StrUtil::trim(" "),
+         "x yx "},
+        {StrUtil::toUpper("abc-\xc3\xa9") + StrUtil::toLower("XYZ-\xc3\x89"),
+         "ABC-\xc3\xa9xyz-\xc3\x89"},
+        {StrUtil::replaceAll("aaa", "a", "aa") + StrUtil::replaceAll("abc", "", "x"), "aaaaaaabc"},
+        {StrUtil::humanSize(1023) + "|" + StrUtil::humanSize(1536) + "|" +
+             StrUtil::humanSize(1024 * 1024 - 1) + "|" + StrUtil::humanSize(UINT64_MAX),
+         "1023 B|1.5 KiB|1.0 MiB|16.0 EiB"},
+        {StrUtil::humanDuration(999) + "|" + StrUtil::humanDuration(59999) + "|" +
+             StrUtil::humanDuration(3601000) + "|" + StrUtil::humanDuration(-1500),
+         "999 ms|59.9 s|1h 0m 1s|-1.5 s"}};
     for (const auto& c : cases) EXPECT_EQ(c.first, c.second);
+    EXPECT_TRUE(StrUtil::startsWith("/dev/ttyS0", "/dev/") && StrUtil::endsWith("fw.bin", ".bin"));
+    EXPECT_FALSE(StrUtil::startsWith("/de", "/dev/") || StrUtil::endsWith("bin", ".bin"));
 }
 
-TEST(System, GivesEachThreadItsKernelTaskIdAndPthreadId) {
-    unsigned int mainPthread = 0, otherPthread = 0;
-    EXPECT_EQ(System::getTaskId(&mainPthread), getpid());
-    EXPECT_EQ(mainPthread, static_cast<unsigned int>(pthread_self()));
-    int otherTask = 0;
-    std::thread([&] { otherTask = System::getTaskId(&otherPthread); }).join();
-    EXPECT_TRUE(otherTask > 0 && otherTask != getpid() && otherPthread != mainPthread);
+TEST(StrUtil, ConvertsWholeTextsToNumbersAndBytesAndRefusesTheRest) {
+    const std::tuple<const char*, int, int64_t> good[] = {{"-2147483648", 10, INT32_MIN},
+                                                          {"+7", 10, 7},
+                                                          {"0x1F", 16, 31},
+                                                          {"0X1f", 0, 31},
+                                                          {"010", 0, 10},
+                                                          {"-0x10", 0, -16}};
+    for (const auto& [text, base, value] : good) {
+        int v = 0;
+        int64_t v64 = 0;
+        EXPECT_TRUE(StrUtil::toInt(text, &v, base) && StrUtil::toInt64(text, &v64, base));
+        EXPECT_TRUE(v == value && v64 == value) << text;
+    }
+    int64_t v64 = 0;
+    uint64_t u64 = 0;
+    unsigned u = 0;
+    int v = 5;
+    EXPECT_TRUE(StrUtil::toInt64("-9223372036854775808", &v64) &&
+                StrUtil::toUInt64("18446744073709551615", &u64));
+    EXPECT_TRUE(v64 == INT64_MIN && u64 == UINT64_MAX);
+    std::string bytes("\x00\x01\xa5\xff", 4), back = "kept";
+
+    const std::vector<std::pair<std::function<bool()>, std::string>> bad = {
+        {[&] { return StrUtil::toInt("+-1", &v); }, "[toInt,L#] not a base-10 number: \"+-1\""},
+        {[&] { return StrUtil::toInt("-2147483649", &v); },
+         "[toInt,L#] number out of range: \"-2147483649\""},
+        {[&] { return StrUtil::toUInt("-1", &u); },
+         "[toUInt,L#] negative value \"-1\" for an unsigned number"},
+        {[&] { return StrUtil::toIntInRange("70000", 1, 65535, &v); },
+         "[toIntInRange,L#] 70000 is outside [1, 65535]"},
+        {[&] { return StrUtil::fromHex("abc", &back); },
+         "[fromHex,L#] lone hex digit at the end of \"abc\""},
+        {[&] { return StrUtil::fromHex("0 1", &back); },
+         "[fromHex,L#] bad hex character 0x20 at offset 1"}};
+    for (const auto& b : bad) test::expectRefusal(b.first, "<E>DATE " + b.second);
+    EXPECT_TRUE(v == 5 && back == "kept");
+    EXPECT_TRUE(StrUtil::toIntInRange("8080", 1, 65535, &v) && v == 8080);
+    // Blanks between pairs are skipped, so hexView's output reads back too.
+    EXPECT_TRUE(StrUtil::fromHex("00\n01\tA5\r\nff ", &back) && back == bytes);
+}
+
+TEST(StrUtil, ConvertsDoublesWithAPointWhateverTheLocale) {
+    std::string before = setlocale(LC_NUMERIC, nullptr);
+    setlocale(LC_NUMERIC, "de_DE.UTF-8");  // a decimal comma, when the machine has it
+    const std::pair<std::string, double> good[] = {{"-2e-3", -0.002}, {"+7", 7}, {".5", 0.5}};
+    for (const auto& g : good) {
+        double d = 0;
+        EXPECT_TRUE(StrUtil::toDouble(g.first, &d) && d == g.second) << g.first;
+    }
+    for (std::string text : {"", "1,5", "+-1", "inf", "1e400", "1e-400"}) {
+        double d = 9;
+        std::string reason =
+            text.find('e') != std::string::npos ? "number out of range" : "not a number";
+        test::expectRefusal([&] { return StrUtil::toDouble(text, &d); },
+                            "<E>DATE [toDouble,L#] " + reason + ": \"" + text + "\"");
+        EXPECT_EQ(d, 9);
+    }
+    EXPECT_EQ(StrUtil::doubleToString(0.1) + " " + StrUtil::doubleToString(3.14159, 2) + " " +
+                  StrUtil::doubleToString(-1e100),
+              "0.1 3.14 -1e+100");
+    setlocale(LC_NUMERIC, before.c_str());
 }
 
 }  // namespace

@@ -142,31 +142,12 @@ bool Socket::bindPort(int sock, unsigned short port, std::string addr) {
 
 int Socket::readData(char* buf, int len) {
     if (!detail::checkTransfer(className, __func__, buf, len, fd_.get())) return -1;
-    ssize_t n = read(fd_.get(), buf, static_cast<size_t>(len));
-    if (n < 0) {
-        int err = errno;
-        if (err != EAGAIN) ORVANE_ERROR("read error:%s", strerror(err));
-        return -1;
-    }
-    return static_cast<int>(n);
+    return detail::readOnce(className, __func__, fd_.get(), buf, len);
 }
 
 int Socket::writeData(const char* data, int len) {
     if (!detail::checkTransfer(className, __func__, data, len, fd_.get())) return -1;
-    detail::ignoreSigpipe();
-    int written = 0;
-    while (written < len) {
-        ssize_t n = write(fd_.get(), data + written, static_cast<size_t>(len - written));
-        if (n == 0) return 0;
-        if (n < 0) {
-            int err = errno;
-            if (err == EAGAIN) return written;
-            ORVANE_ERROR("write error:%s", strerror(err));
-            return -1;
-        }
-        written += static_cast<int>(n);
-    }
-    return len;
+    return detail::writeAll(className, __func__, fd_.get(), data, len);
 }
 
 int Socket::peekData(char* buf, int len, int timeoutUs) {

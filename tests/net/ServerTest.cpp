@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "net/NetTestUtil.h"
+#include "support/Eventually.h"
 
 namespace orvane {
 namespace {
@@ -91,8 +92,7 @@ TEST(UdpServer, AnswersTheSenderAndStopsOnlyThroughItsHandler) {
     EXPECT_EQ(readSome(a), "one");
     EXPECT_FALSE(thread.stop(50));  // a stop request alone does not end the loop
     nettest::sendText(a, "quit", server.localPort());
-    for (int i = 0; i < 300 && thread.isRunning(); ++i) Thread::msleep(10);
-    EXPECT_FALSE(thread.isRunning());
+    EXPECT_TRUE(test::eventually([&] { return !thread.isRunning(); }));
     ::close(a);
 }
 

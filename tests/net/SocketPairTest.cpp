@@ -5,11 +5,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <string>
 
 #include "net/NetTestUtil.h"
-#include "support/LogCapture.h"
 
 namespace orvane {
 namespace {
@@ -38,12 +36,10 @@ TEST(SocketPair, CarriesDataBetweenAForkedChildAndItsParent) {
             EXPECT_EQ(pair.peekData(0, buf + 5, sizeof buf - 5, 3000000), 3);
             EXPECT_EQ(pair.readData(0, buf + 5, sizeof buf - 5), 3);  // the peek left it queued
             got = buf;
-        } else {
-            while (got.size() < 8) {
-                int n = pair.recvData(0, buf, sizeof buf, 3000000);
-                ASSERT_GT(n, 0);
-                got.append(buf, static_cast<size_t>(n));
-            }
+        }
+        for (int n = 1; got.size() < 8 && n > 0; got.append(buf, static_cast<size_t>(n))) {
+            n = pair.recvData(0, buf, sizeof buf, 3000000);
+            ASSERT_GT(n, 0);
         }
         EXPECT_EQ(got, "first2nd");
         EXPECT_EQ(pair.sendData(0, "ack", 3, 1000000), 3);
@@ -69,55 +65,40 @@ TEST(SocketPair, HandsOneEndToAnExecutedProgram) {
     EXPECT_EQ(nettest::readSome(pair.fd(0)), "<eof>");  // no copy of end 1 survives anywhere
 }
 
-TEST(SocketPair, TimesOutReleasesAndLeaksNothing) {
+TEST(SocketPair, TimesOutReleasesRefusesAndLeaksNothing) {
     int fds = test::openFdCount();
     {
         SocketPair pair;
-        ASSERT_TRUE(pair.open(SocketPair::DATAGRAM));
         char buf[8];
-        auto start = std::chrono::steady_clock::now();
+        nettest::expectOneLineEach({
+            {[&] { return pair.sendData(0, "x", 1, 0); },
+             "[SocketPair::sendData,L#] socket not open."},
+            {[&] { return pair.open(7) ? 0 : -1; },
+             "[SocketPair::open,L#] unsupported socket pair type:7"},
+        });
+        ASSERT_TRUE(pair.open(SocketPair::DATAGRAM));
         EXPECT_EQ(pair.recvData(0, buf, sizeof buf, 0), -2);
-        EXPECT_EQ(pair.peekData(1, buf, sizeof buf, 20000), -2);
         int sent = 0;
         for (int i = 0; i < 10000 && sent >= 0; ++i) sent = pair.sendData(0, "x", 1, 0);
         EXPECT_EQ(sent, -2);  // the peer's queue is full
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 
         int released = pair.releaseEnd(1);
-        EXPECT_FALSE(pair.isOpen(1));
         EXPECT_EQ(pair.fd(1), -1);
         EXPECT_EQ(read(released, buf, sizeof buf), 1);  // still connected, now the caller's
         ::close(released);
+        nettest::expectOneLineEach({
+            {[&] { return pair.readData(2, buf, 4); },
+             "[SocketPair::readData,L#] bad end:2 (0 or 1)"},
+            {[&] { return pair.peekData(0, buf, 0, 0); }, "[SocketPair::peekData,L#] param error."},
+            {[&] { return pair.releaseEnd(1); }, "[SocketPair::releaseEnd,L#] end 1 is not open"},
+        });
         EXPECT_TRUE(pair.open(SocketPair::STREAM));  // reopening closes the old end 0
         EXPECT_EQ(test::openFdCount(), fds + 2);
+        ASSERT_TRUE(pair.closeEnd(1));
+        nettest::expectOneLineEach({{[&] { return pair.writeData(0, "x", 1); },
+                                     "[SocketPair::writeData,L#] write error:Broken pipe"}});
     }
     EXPECT_EQ(test::openFdCount(), fds);
-}
-
-TEST(SocketPair, RejectsBadInputWithOneLineEach) {
-    SocketPair pair;
-    char buf[4];
-    nettest::expectOneLineEach({
-        {[&] { return pair.sendData(0, "x", 1, 0); }, "[SocketPair::sendData,L#] socket not open."},
-        {[&] { return pair.open(7) ? 0 : -1; },
-         "[SocketPair::open,L#] unsupported socket pair type:7"},
-    });
-    ASSERT_TRUE(pair.open());
-    nettest::expectOneLineEach({
-        {[&] { return pair.readData(2, buf, 4); }, "[SocketPair::readData,L#] bad end:2 (0 or 1)"},
-        {[&] { return pair.writeData(-1, "x", 1); },
-         "[SocketPair::writeData,L#] bad end:-1 (0 or 1)"},
-        {[&] { return pair.recvData(0, nullptr, 4, 0); }, "[SocketPair::recvData,L#] param error."},
-        {[&] { return pair.peekData(0, buf, 0, 0); }, "[SocketPair::peekData,L#] param error."},
-        {[&] { return pair.shareEnd(5); }, "[SocketPair::shareEnd,L#] bad end:5 (0 or 1)"},
-    });
-    ASSERT_TRUE(pair.closeEnd(1));
-    nettest::expectOneLineEach({
-        {[&] { return pair.closeEnd(1) ? 0 : -1; }, "[SocketPair::closeEnd,L#] end 1 is not open"},
-        {[&] { return pair.releaseEnd(1); }, "[SocketPair::releaseEnd,L#] end 1 is not open"},
-        {[&] { return pair.writeData(0, "x", 1); },
-         "[SocketPair::writeData,L#] write error:Broken pipe"},
-    });
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/LogCapture.h"
+#include "support/Refusal.h"
 
 namespace orvane {
 namespace {
@@ -27,9 +27,8 @@ void declareGateway(ArgOption* args) {
 // which reads `error`.
 void expectFailure(ArgOption& args, const std::function<bool()>& call, const char* method,
                    const std::string& error) {
-    auto lines = test::LogCapture::get().linesDuring([&] { EXPECT_FALSE(call()) << error; });
+    test::expectRefusal(call, "<E>DATE [ArgOption::" + std::string(method) + ",L#] " + error);
     EXPECT_EQ(args.error(), error);
-    EXPECT_EQ(lines, Args{"<E>DATE [ArgOption::" + std::string(method) + ",L#] " + error});
 }
 
 TEST(ArgOption, ReadsEveryFormOfOptionAndArgument) {
@@ -100,20 +99,18 @@ TEST(ArgOption, ExplainsEveryMistakeInOneLine) {
     EXPECT_TRUE(required.helpRequested());
 
     required.addPositional("FILES...", "inputs", false);
-    const struct {
-        std::function<bool()> call;
-        const char* method;
-        const char* error;
-    } declarations[] = {
-        {[&] { return required.addFlag('h', "hello", ""); }, "addFlag",
-         "option --hello is declared twice"},
-        {[&] { return required.addOption('-', "x", "N", ""); }, "addOption",
-         "bad option name: short '-', long 'x'"},
-        {[&] { return required.addPositional("MORE", ""); }, "addPositional",
-         "argument MORE follows FILES..."},
-        {[&] { return required.isSet("nosuch"); }, "isSet", "no option 'nosuch' is declared"},
-    };
-    for (auto& d : declarations) expectFailure(required, d.call, d.method, d.error);
+    expectFailure(
+        required, [&] { return required.addFlag('h', "hello", ""); }, "addFlag",
+        "option --hello is declared twice");
+    expectFailure(
+        required, [&] { return required.addOption('-', "x", "N", ""); }, "addOption",
+        "bad option name: short '-', long 'x'");
+    expectFailure(
+        required, [&] { return required.addPositional("MORE", ""); }, "addPositional",
+        "argument MORE follows FILES...");
+    expectFailure(
+        required, [&] { return required.isSet("nosuch"); }, "isSet",
+        "no option 'nosuch' is declared");
     ASSERT_TRUE(required.parse(Args{"-p", "1", "a", "b", "c"}));
     EXPECT_EQ(required.getPositional("FILES..."), "a b c");
 }

@@ -8,10 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
-#include <mutex>
-#include <string>
-#include <vector>
 
 #include "support/Eventually.h"
 #include "support/LogCapture.h"
@@ -23,29 +19,22 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// Registers "rec", which records the words of its line joined by '|' and
-// answers "recorded"; seen() is safe from the test's thread.
-struct Recorder {
-    std::mutex mutex;
-    Words lines;
+// Registers "rec", which answers with the words of its line joined by '|'.
+void addRecorder(ConsoleIn* console) {
+    console->addCommand("rec", "record the words", [](ConsoleIn& con, const Words& words) {
+        std::string joined = words[0];
+        for (size_t i = 1; i < words.size(); ++i) joined += "|" + words[i];
+        con.print(joined + "\n");
+    });
+}
 
-    explicit Recorder(ConsoleIn* console) {
-        console->addCommand("rec", "record the words", [this](ConsoleIn& con, const Words& words) {
-            std::string joined = words[0];
-            for (size_t i = 1; i < words.size(); ++i) joined += "|" + words[i];
-            std::lock_guard<std::mutex> lock(mutex);
-            lines.push_back(joined);
-            con.print("recorded\n");
-        });
-    }
-    Words seen() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return lines;
-    }
-    bool reaches(size_t count) {
-        return test::eventually([&] { return seen().size() == count; });
-    }
-};
+// The answers of "rec" in what the console showed, in order.
+Words recorded(const std::string& shown) {
+    Words found;
+    for (size_t at = shown.find("rec|"); at != std::string::npos; at = shown.find("rec|", at + 1))
+        found.push_back(shown.substr(at, shown.find_first_of("\r\n", at) - at));
+    return found;
+}
 
 // Everything readable on fd until it stays quiet for timeoutMs.
 std::string drain(int fd, int timeoutMs = 50) {
@@ -95,20 +84,35 @@ TEST(ConsoleIn, RunsCommandsFromAPipeUntilItsEnd) {
     ASSERT_EQ(pipe2(in, O_CLOEXEC), 0);
     ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
     ConsoleIn console;
-    Recorder recorder(&console);
+    addRecorder(&console);
     ASSERT_TRUE(console.start(in[0], out[1]));
     EXPECT_TRUE(test::eventually([] {
         auto names = test::threadNames();
         return std::find(names.begin(), names.end(), "ConsoleIn") != names.end();
     }));
+    ConsoleIn idle;
+    auto handler = [](ConsoleIn&, const Words&) {};
+    const std::pair<std::function<bool()>, const char*> refusals[] = {
+        {[&] { return console.addCommand("a b", "", handler); },
+         "addCommand,L#] bad command:'a b'"},
+        {[&] { return console.addCommand("help", "", handler); },
+         "addCommand,L#] bad command:'help'"},
+        {[&] { return console.addCommand("x", "", nullptr); },
+         "addCommand,L#] bad command:'x' (no handler)"},
+        {[&] { return console.start(in[0], out[1]); }, "start,L#] console already running"},
+        {[&] { return idle.start(-1, 1); }, "start,L#] bad descriptors: in -1, out 1"},
+        {[&] { return idle.start("/nonexistent/tty"); },
+         "start,L#] open /nonexistent/tty error:No such file or directory"},
+    };
+    for (auto& c : refusals)
+        test::expectRefusal(c.first, std::string("<E>DATE [ConsoleIn::") + c.second);
     auto& capture = test::LogCapture::get();
     send(in[1], "rec 'a b' c\r\nhelp\nnosuch x\nrec \"open\nrec last");
     ::close(in[1]);
     EXPECT_TRUE(test::eventually([&] { return !console.isRunning(); }));
-    EXPECT_EQ(recorder.seen(), (Words{"rec|a b|c", "rec|last"}));
     EXPECT_EQ(drain(out[0]),
-              "recorded\ncommands:\n  help  list the commands\n  rec  record the words\n"
-              "unknown command: nosuch (try help)\nunterminated quote\nrecorded\n");
+              "rec|a b|c\ncommands:\n  help  list the commands\n  rec  record the words\n"
+              "unknown command: nosuch (try help)\nunterminated quote\nrec|last\n");
     EXPECT_EQ(capture.waitLine("unknown command:"),
               "<W>DATE [ConsoleIn::execute,L#] unknown command:'nosuch'");
     EXPECT_TRUE(console.stop());
@@ -125,7 +129,7 @@ TEST(ConsoleIn, EditsLinesOnATerminalAndRestoresIt) {
     tcflag_t cooked = localModes(slave);
     ConsoleIn console;
     console.setPrompt("gw> ");
-    Recorder recorder(&console);
+    addRecorder(&console);
     ASSERT_TRUE(console.start(slave, slave));
     EXPECT_EQ(localModes(slave) & (ICANON | ECHO | ISIG), static_cast<tcflag_t>(ISIG));
     // Keys as a terminal sends them; the lines the handler gets follow.
@@ -139,14 +143,13 @@ TEST(ConsoleIn, EditsLinesOnATerminalAndRestoresIt) {
          "junk\x15rec ok\r\n"                        // Ctrl-U clears; CR LF is one line end
          "rec q\x1b[H\x1b[F\x1bOD\x1b[1~\x1b[4~p\r"  // home/end forms, ESC O D left
          "rec q\x1b");                               // an escape sequence split between reads
-    drain(master, 20);
+    std::string shown = drain(master, 20);
     send(master, "[Dp\r");
-    ASSERT_TRUE(recorder.reaches(9));
-    EXPECT_EQ(recorder.seen(), (Words{"rec|acb", "rec|x", "rec|acb", "rec|acb", "rec|hello!",
+    EXPECT_TRUE(test::eventually([&] { return recorded(shown += drain(master, 10)).size() >= 9; }));
+    EXPECT_EQ(recorded(shown), (Words{"rec|acb", "rec|x", "rec|acb", "rec|acb", "rec|hello!",
                                       "rec|ac", "rec|ok", "rec|qp", "rec|pq"}));
-    std::string shown = drain(master);
     EXPECT_NE(shown.find("gw> rec pq"), std::string::npos) << shown;
-    EXPECT_NE(shown.find("recorded\r\n"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("rec|pq\r\n"), std::string::npos) << shown;
 
     auto start = std::chrono::steady_clock::now();
     EXPECT_TRUE(console.stop());
@@ -163,33 +166,6 @@ TEST(ConsoleIn, EditsLinesOnATerminalAndRestoresIt) {
     }
     ::close(slave);
     ::close(master);
-}
-
-TEST(ConsoleIn, RejectsBadInputWithOneLineEach) {
-    ConsoleIn console;
-    auto handler = [](ConsoleIn&, const Words&) {};
-    int in[2];
-    ASSERT_EQ(pipe2(in, O_CLOEXEC), 0);
-    const std::pair<std::function<bool()>, const char*> cases[] = {
-        {[&] { return console.addCommand("a b", "", handler); },
-         "addCommand,L#] bad command:'a b'"},
-        {[&] { return console.addCommand("help", "", handler); },
-         "addCommand,L#] bad command:'help'"},
-        {[&] { return console.addCommand("x", "", nullptr); },
-         "addCommand,L#] bad command:'x' (no handler)"},
-        {[&] { return console.start(-1, 1); }, "start,L#] bad descriptors: in -1, out 1"},
-        {[&] { return console.start("/nonexistent/tty"); },
-         "start,L#] open /nonexistent/tty error:No such file or directory"},
-        {[&] { return console.start(in[0], 1) && console.start(in[0], 1); },
-         "start,L#] console already running"},
-    };
-    for (auto& c : cases)
-        test::expectRefusal(c.first, std::string("<E>DATE [ConsoleIn::") + c.second);
-    EXPECT_TRUE(console.isRunning());
-    EXPECT_TRUE(console.stop());  // wakes the thread blocked on an idle pipe
-    EXPECT_TRUE(console.stop());
-    ::close(in[0]);
-    ::close(in[1]);
 }
 
 }  // namespace

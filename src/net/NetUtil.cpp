@@ -18,6 +18,7 @@
 #include "io/SmallFile.h"
 #include "log/LogLine.h"
 #include "net/RouteTable.h"
+#include "net/SocketIo.h"
 
 namespace orvane {
 
@@ -61,9 +62,7 @@ struct Query {
 
 std::string dotted(const sockaddr& address) {
     if (address.sa_family != AF_INET) return "";
-    char text[INET_ADDRSTRLEN] = {};
-    const auto* in = reinterpret_cast<const sockaddr_in*>(&address);
-    return inet_ntop(AF_INET, &in->sin_addr, text, sizeof text) != nullptr ? text : "";
+    return detail::dotted(reinterpret_cast<const sockaddr_in*>(&address)->sin_addr);
 }
 
 // A dotted IPv4 address as the sockaddr the SIOCSIF* requests take.

@@ -1,5 +1,6 @@
 #include "net/SocketIo.h"
 
+#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -80,6 +81,13 @@ int sendReady(const std::string& className, const char* method, int fd, const ch
         return -1;
     }
     return static_cast<int>(n);
+}
+
+// Fits the small-string buffer, so no allocation.
+std::string dotted(in_addr address) {
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &address, text, sizeof text);
+    return text;
 }
 
 void ignoreSigpipe() { signal(SIGPIPE, SIG_IGN); }

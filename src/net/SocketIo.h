@@ -1,5 +1,7 @@
 #pragma once
 
+#include <netinet/in.h>
+
 #include <string>
 
 #include "io/WaitFd.h"
@@ -40,6 +42,9 @@ int receiveReady(const std::string& className, const char* method, int fd, char*
 // (never for EAGAIN).
 int sendReady(const std::string& className, const char* method, int fd, const char* data, int len,
               int timeoutUs);
+
+// The dotted form of an IPv4 address ("192.168.0.1").
+std::string dotted(in_addr address);
 
 // Sets SIGPIPE to ignored for the whole process; done before every send.
 void ignoreSigpipe();

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "log/LogLine.h"
@@ -117,9 +118,8 @@ ArgOption::Option* ArgOption::findLong(const std::string& longName) {
 }
 
 const ArgOption::Option* ArgOption::find(const std::string& name, const char* method) const {
-    std::string bare =
-        name.substr(name.find_first_not_of('-') == std::string::npos ? name.size()
-                                                                     : name.find_first_not_of('-'));
+    size_t start = name.find_first_not_of('-');
+    std::string bare = start == std::string::npos ? "" : name.substr(start);
     for (auto& option : options) {
         if ((!option.longName.empty() && option.longName == bare) ||
             (bare.size() == 1 && option.shortName == bare[0])) {
@@ -155,8 +155,8 @@ bool ArgOption::parse(int argc, const char* const* argv) {
         args.emplace_back(argv[i]);
     }
     if (program.empty() && argc > 0 && argv[0] != nullptr) {
-        std::string path = argv[0];
-        program = path.substr(path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1);
+        const char* slash = strrchr(argv[0], '/');
+        program = slash != nullptr ? slash + 1 : argv[0];
     }
     return parse(args);
 }

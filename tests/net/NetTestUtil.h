@@ -62,12 +62,12 @@ inline int bsdSocket(int type, unsigned short* port) {
     int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
-    if (bind(fd, reinterpret_cast<sockaddr*>(&address), size) != 0) {
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+        (type == SOCK_STREAM && listen(fd, 8) != 0) ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
         if (fd >= 0) close(fd);
         return -1;
     }
-    if (type == SOCK_STREAM) listen(fd, 8);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
     *port = ntohs(address.sin_port);
     return fd;
 }

@@ -154,10 +154,7 @@ TEST(SocketDescriptors, AFailedBindLeavesTheNewIpv4SocketOpen) {
         EXPECT_FALSE(c.socket.isOpen());
         auto left = test::fdsOpenedSince(before);
         EXPECT_EQ(left.size(), c.leftOpen) << c.line;
-        for (int fd : left) {
-            EXPECT_EQ(test::fdTarget(fd).rfind("socket:", 0), 0u);
-            ::close(fd);
-        }
+        for (int fd : left) ::close(fd);
     }
     ::close(holder);
 }

@@ -44,9 +44,6 @@ TEST(TcpSocket, ExchangesWithABsdPeerTimesOutSilentlyAndSurvivesThePeerLeaving) 
 
                   fcntl(client.fd(), F_SETFL, fcntl(client.fd(), F_GETFL) | O_NONBLOCK);
                   EXPECT_EQ(client.readData(buf, sizeof buf), -1);
-                  for (int i = 0; i < 1000 && result >= 0; ++i)
-                      result = client.sendData(chunk.data(), size, 0);
-                  EXPECT_EQ(result, -2);
                   int written = size;  // what fitted before EAGAIN
                   for (int i = 0; i < 1000 && written == size; ++i)
                       written = client.writeData(chunk.data(), size);
@@ -78,9 +75,6 @@ TEST(Socket, RejectsBadInputWithOneLineEach) {
         {[&] { return closed.recvData(buf, 8, 0); }, "[Socket::recvData,L#] socket not open."},
         {[&] { return open.setConnection("127.0.0.1", refused) ? 0 : -1; },
          "[TcpSocket::setConnection,L#] connect error:Connection refused."},
-        {[&] { return closed.acceptConnection(nullptr) ? 0 : -1; },
-         "[TcpSocket::acceptConnection,L#] param error."},
-        {[&] { return udp.setOption(4, 1); }, "[Socket::setOption,L#] Unsupport socket option:4"},
         {[&] { return udp.getOption(SOCK_OPT_TYPE); },
          "[Socket::getOption,L#] Unsupport socket option:0"},
         {[&] { return udp.writeData("x", 1); },
@@ -125,37 +119,26 @@ TEST(SocketDescriptors, ClosesDescriptorZeroLikeAnyOther) {
     }));
 }
 
-// When the bind of open() fails, a TcpSocket or UdpSocket leaves the socket
-// it created open and owned by nobody; a LocalTcpSocket closes it.
+// When the bind of open() fails, a TcpSocket (or UdpSocket, which shares the
+// steps) leaves the socket it created open and owned by nobody; a
+// LocalTcpSocket closes it.
 TEST(SocketDescriptors, AFailedBindLeavesTheNewIpv4SocketOpen) {
     unsigned short taken = 0;
     int holder = nettest::bsdSocket(SOCK_STREAM, &taken);
     TcpSocket tcp;
-    UdpSocket udp;
     LocalTcpSocket local;
-    const struct {
-        Socket& socket;
-        std::function<bool()> open;
-        std::string line;
-        size_t leftOpen;
-    } cases[] = {
-        {tcp, [&] { return tcp.open("127.0.0.1", taken); },
+    auto before = test::openFds();
+    nettest::expectOneLineEach({
+        {[&] { return tcp.open("127.0.0.1", taken) ? 0 : -1; },
          "[Socket::bindPort,L#] bind(127.0.0.1:" + std::to_string(taken) +
-             ") error:Address already in use.",
-         1},
-        {udp, [&] { return udp.open("192.0.2.1", 0); },
-         "[Socket::bindPort,L#] bind(192.0.2.1:0) error:Cannot assign requested address.", 1},
-        {local, [&] { return local.open("/nonexistent-orvane-dir/s.sock", 0); },
-         "[LocalTcpSocket::open,L#] bind error:No such file or directory.", 0},
-    };
-    for (const auto& c : cases) {
-        auto before = test::openFds();
-        nettest::expectOneLineEach({{[&] { return c.open() ? 0 : -1; }, c.line}});
-        EXPECT_FALSE(c.socket.isOpen());
-        auto left = test::fdsOpenedSince(before);
-        EXPECT_EQ(left.size(), c.leftOpen) << c.line;
-        for (int fd : left) ::close(fd);
-    }
+             ") error:Address already in use."},
+        {[&] { return local.open("/nonexistent-orvane-dir/s.sock", 0) ? 0 : -1; },
+         "[LocalTcpSocket::open,L#] bind error:No such file or directory."},
+    });
+    EXPECT_FALSE(tcp.isOpen() || local.isOpen());
+    auto left = test::fdsOpenedSince(before);
+    EXPECT_EQ(left.size(), 1u);  // the TcpSocket's
+    for (int fd : left) ::close(fd);
     ::close(holder);
 }
 

@@ -128,6 +128,7 @@ TEST(ArgOption, ChecksNumbersAgainstTheirRange) {
         {{"-b", "99999999999999999999"},
          -5,
          "option --baud: '99999999999999999999' is not an integer"},
+        {{"-b", " 9600"}, -5, "option --baud: ' 9600' is not an integer"},
         {{"-r", "1e-1"}, 0.1, ""},
         {{"-r", "nan"}, -5, "option --ratio: 'nan' is not a number"},
         {{"-r", "2.5"}, -5, "option --ratio: 2.5 is out of range 0.000000 to 1.000000"},

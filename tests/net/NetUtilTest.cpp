@@ -115,9 +115,10 @@ TEST(NetUtil, ReadsTheHostsLoopbackAndRejectsBadNamesWithOneLineEach) {
     });
 }
 
-// Of two default routes the one with the lower metric wins; the rows of
-// metric 0 would win if they were not refused: not a default route, a route
-// without gateway, a route that is down, garbage.
+// Of three default routes the one with the lowest metric wins, neither the
+// first nor the last; the rows of metric 0 would win if they were not
+// refused: not a default route, a route without gateway, a route that is
+// down, garbage.
 TEST(NetUtil, PicksTheDefaultRouteWithTheLowestMetric) {
     const std::string table =
         "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n"
@@ -126,7 +127,8 @@ TEST(NetUtil, PicksTheDefaultRouteWithTheLowestMetric) {
         "ppp0\t00000000\t00000000\t0001\t0\t0\t0\t00000000\t0\t0\t0\n"
         "eth1\t00000000\t0200A8C0\t0002\t0\t0\t0\t00000000\t0\t0\t0\n"
         "garbage\n"
-        "wlan0\t00000000\t01010A0A\t0003\t0\t0\t50\t00000000\t0\t0\t0\n";
+        "wlan0\t00000000\t01010A0A\t0003\t0\t0\t50\t00000000\t0\t0\t0\n"
+        "eth2\t00000000\t0300A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n";
     std::string ifName = "none";
     EXPECT_EQ(detail::defaultGateway(table.substr(0, table.find("eth0")), &ifName), "");
     EXPECT_EQ(ifName, "none");

@@ -75,7 +75,7 @@ inline int bsdSocket(int type, unsigned short* port) {
 inline int bsdConnect(unsigned short port) {
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(port);
-    connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    (void)connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
     return fd;
 }
 

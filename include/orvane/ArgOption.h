@@ -130,6 +130,10 @@ class ORVANE_API ArgOption {
     bool parseLong(const std::string& word, const std::vector<std::string>& args, size_t* next);
     bool parseShort(const std::string& word, const std::vector<std::string>& args, size_t* next);
     bool checkComplete();
+    // The option and the text getInt/getDouble convert; null after fail()
+    // when the option is unknown, `value` is null or there is no value.
+    const Option* numberOption(const std::string& name, const void* value, const char* method,
+                               std::string* text) const;
     bool fail(const char* method, const std::string& message) const;
 
     std::string program;

@@ -24,8 +24,9 @@ namespace orvane {
 // Lookups fail with an empty string, -1 or false after one logged line: an
 // empty name or one of IFNAMSIZ characters or more, an interface that does
 // not exist, a malformed address. All static, no state; any thread may call.
-// Each call opens and closes one socket (a few microseconds); interfaces()
-// also walks the kernel's interface list once.
+// Each call opens and closes one socket (a few microseconds) for all its
+// ioctls; interfaces() walks the kernel's interface list once, then opens
+// one socket per interface.
 class ORVANE_API NetUtil {
   public:
     // What getInterface reports about one interface. Address fields are

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "log/LogLine.h"
@@ -117,9 +118,8 @@ ArgOption::Option* ArgOption::findLong(const std::string& longName) {
 }
 
 const ArgOption::Option* ArgOption::find(const std::string& name, const char* method) const {
-    std::string bare =
-        name.substr(name.find_first_not_of('-') == std::string::npos ? name.size()
-                                                                     : name.find_first_not_of('-'));
+    size_t start = name.find_first_not_of('-');
+    std::string bare = start == std::string::npos ? "" : name.substr(start);
     for (auto& option : options) {
         if ((!option.longName.empty() && option.longName == bare) ||
             (bare.size() == 1 && option.shortName == bare[0])) {
@@ -155,8 +155,8 @@ bool ArgOption::parse(int argc, const char* const* argv) {
         args.emplace_back(argv[i]);
     }
     if (program.empty() && argc > 0 && argv[0] != nullptr) {
-        std::string path = argv[0];
-        program = path.substr(path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1);
+        const char* slash = strrchr(argv[0], '/');
+        program = slash != nullptr ? slash + 1 : argv[0];
     }
     return parse(args);
 }
@@ -257,13 +257,27 @@ std::vector<std::string> ArgOption::getValues(const std::string& name) const {
     return option != nullptr ? option->values : std::vector<std::string>();
 }
 
-bool ArgOption::getInt(const std::string& name, int* value, int min, int max) {
+const ArgOption::Option* ArgOption::numberOption(const std::string& name, const void* value,
+                                                 const char* method, std::string* text) const {
     error_.clear();
-    const Option* option = find(name, __func__);
+    const Option* option = find(name, method);
+    if (option == nullptr) return nullptr;
+    if (value == nullptr) {
+        fail(method, "param error: value is null");
+        return nullptr;
+    }
+    *text = option->values.empty() ? option->defaultValue : option->values.back();
+    if (text->empty()) {
+        fail(method, "option " + spelled(*option) + " has no value");
+        return nullptr;
+    }
+    return option;
+}
+
+bool ArgOption::getInt(const std::string& name, int* value, int min, int max) {
+    std::string text;
+    const Option* option = numberOption(name, value, __func__, &text);
     if (option == nullptr) return false;
-    if (value == nullptr) return fail(__func__, "param error: value is null");
-    std::string text = getString(name);
-    if (text.empty()) return fail(__func__, "option " + spelled(*option) + " has no value");
     char* end = nullptr;
     errno = 0;
     long long number = strtoll(text.c_str(), &end, 0);
@@ -279,12 +293,9 @@ bool ArgOption::getInt(const std::string& name, int* value, int min, int max) {
 }
 
 bool ArgOption::getDouble(const std::string& name, double* value, double min, double max) {
-    error_.clear();
-    const Option* option = find(name, __func__);
+    std::string text;
+    const Option* option = numberOption(name, value, __func__, &text);
     if (option == nullptr) return false;
-    if (value == nullptr) return fail(__func__, "param error: value is null");
-    std::string text = getString(name);
-    if (text.empty()) return fail(__func__, "option " + spelled(*option) + " has no value");
     char* end = nullptr;
     errno = 0;
     double number = strtod(text.c_str(), &end);

@@ -257,19 +257,21 @@ void ConsoleIn::historyMove(int step) {
 }
 
 void ConsoleIn::editEscape(const std::string& sequence) {
-    if (sequence == "[D" && cursor > 0) {
+    // A terminal in keypad mode sends ESC O for ESC [ before a letter.
+    std::string key = sequence[0] == 'O' ? "[" + sequence.substr(1) : sequence;
+    if (key == "[D" && cursor > 0) {
         --cursor;
-    } else if (sequence == "[C" && cursor < edit.size()) {
+    } else if (key == "[C" && cursor < edit.size()) {
         ++cursor;
-    } else if (sequence == "[A") {
+    } else if (key == "[A") {
         historyMove(-1);
-    } else if (sequence == "[B") {
+    } else if (key == "[B") {
         historyMove(1);
-    } else if (sequence == "[H" || sequence == "OH" || sequence == "[1~" || sequence == "[7~") {
+    } else if (key == "[H" || key == "[1~" || key == "[7~") {
         cursor = 0;
-    } else if (sequence == "[F" || sequence == "OF" || sequence == "[4~" || sequence == "[8~") {
+    } else if (key == "[F" || key == "[4~" || key == "[8~") {
         cursor = edit.size();
-    } else if (sequence == "[3~" && cursor < edit.size()) {
+    } else if (key == "[3~" && cursor < edit.size()) {
         edit.erase(cursor, 1);
     }
 }

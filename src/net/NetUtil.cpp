@@ -18,44 +18,51 @@
 #include "io/SmallFile.h"
 #include "log/LogLine.h"
 #include "net/RouteTable.h"
+#include "net/SocketIo.h"
 
 namespace orvane {
 
 namespace {
 
-// An ifreq naming `name`; false after logging a name the kernel cannot take.
-bool requestFor(const std::string& name, ifreq* req, const char* method) {
-    if (name.empty() || name.size() >= IFNAMSIZ || name.find('/') != std::string::npos) {
-        ORVANE_SERROR_IN(method, "bad interface name:'%s'", name.c_str());
+// The interface requests of one NetUtil call: the name is checked once (a
+// bad one is logged at construction and fails every request), and all
+// requests go through one datagram socket, opened by the first of them.
+// Lines are logged for `method`.
+struct Query {
+    Query(const std::string& name, const char* caller) : method(caller), req() {
+        if (name.empty() || name.size() >= IFNAMSIZ || name.find('/') != std::string::npos) {
+            ORVANE_SERROR_IN(method, "bad interface name:'%s'", name.c_str());
+            return;
+        }
+        memcpy(req.ifr_name, name.c_str(), name.size());
+        named = true;
+    }
+
+    // One ioctl on `req`. A failure is logged as "<what>(<name>) error:<reason>"
+    // unless `quiet`; a socket that cannot be opened always is.
+    bool run(unsigned long request, const char* what, bool quiet = false) {
+        if (!named) return false;
+        if (!sock) sock.reset(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        if (!sock) {
+            int err = errno;
+            ORVANE_SERROR_IN(method, "open socket error:%s", strerror(err));
+            return false;
+        }
+        if (ioctl(sock.get(), request, &req) == 0) return true;
+        int err = errno;
+        if (!quiet) ORVANE_SERROR_IN(method, "%s(%s) error:%s", what, req.ifr_name, strerror(err));
         return false;
     }
-    memset(req, 0, sizeof *req);
-    memcpy(req->ifr_name, name.c_str(), name.size());
-    return true;
-}
 
-// One interface ioctl on a fresh datagram socket. Failures are logged as
-// "<what>(<name>) error:<reason>" unless `quiet`; errno-style result.
-int interfaceIoctl(unsigned long request, ifreq* req, const char* method, const char* what,
-                   bool quiet = false) {
-    UniqueFd sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    int err = 0;
-    if (!sock) {
-        err = errno;
-        ORVANE_SERROR_IN(method, "open socket error:%s", strerror(err));
-        return err;
-    }
-    if (ioctl(sock.get(), request, req) == 0) return 0;
-    err = errno;
-    if (!quiet) ORVANE_SERROR_IN(method, "%s(%s) error:%s", what, req->ifr_name, strerror(err));
-    return err;
-}
+    bool named = false;  // false after a bad name was logged
+    const char* method;
+    ifreq req;
+    UniqueFd sock;
+};
 
 std::string dotted(const sockaddr& address) {
     if (address.sa_family != AF_INET) return "";
-    char text[INET_ADDRSTRLEN] = {};
-    const auto* in = reinterpret_cast<const sockaddr_in*>(&address);
-    return inet_ntop(AF_INET, &in->sin_addr, text, sizeof text) != nullptr ? text : "";
+    return detail::dotted(reinterpret_cast<const sockaddr_in*>(&address)->sin_addr);
 }
 
 // A dotted IPv4 address as the sockaddr the SIOCSIF* requests take.
@@ -70,49 +77,40 @@ bool parseAddress(const std::string& text, sockaddr* out, const char* method) {
     return true;
 }
 
-// One address-valued ioctl; quiet lookups give "" without a line.
-std::string readAddress(const std::string& name, unsigned long request, const char* method,
-                        const char* what, bool quiet = false) {
-    ifreq req;
-    if (!requestFor(name, &req, method)) return "";
-    if (interfaceIoctl(request, &req, method, what, quiet) != 0) return "";
-    return dotted(req.ifr_addr);
+// One address-valued request; quiet lookups give "" without a line.
+std::string readAddress(Query& query, unsigned long request, const char* what, bool quiet = false) {
+    return query.run(request, what, quiet) ? dotted(query.req.ifr_addr) : "";
 }
 
 bool writeAddress(const std::string& name, const std::string& text, unsigned long request,
                   const char* method, const char* what) {
-    ifreq req;
-    if (!requestFor(name, &req, method) || !parseAddress(text, &req.ifr_addr, method)) return false;
-    return interfaceIoctl(request, &req, method, what) == 0;
+    Query query(name, method);
+    return query.named && parseAddress(text, &query.req.ifr_addr, method) &&
+           query.run(request, what);
 }
 
-// IFF_* flags of `name`, or -1 (logged unless quiet).
-int readFlags(const std::string& name, const char* method, bool quiet = false) {
-    ifreq req;
-    if (!requestFor(name, &req, method)) return -1;
-    if (interfaceIoctl(SIOCGIFFLAGS, &req, method, "SIOCGIFFLAGS", quiet) != 0) return -1;
-    return req.ifr_flags & 0xffff;
+// IFF_* flags, or -1 (logged unless quiet).
+int readFlags(Query& query, bool quiet = false) {
+    return query.run(SIOCGIFFLAGS, "SIOCGIFFLAGS", quiet) ? query.req.ifr_flags & 0xffff : -1;
 }
 
-int readInt(const std::string& name, unsigned long request, const char* method, const char* what,
-            bool quiet = false) {
-    ifreq req;
-    if (!requestFor(name, &req, method)) return -1;
-    if (interfaceIoctl(request, &req, method, what, quiet) != 0) return -1;
-    return request == SIOCGIFMTU ? req.ifr_mtu : req.ifr_ifindex;
+// The MTU or the index (the same field of the request), or -1.
+int readInt(Query& query, unsigned long request, const char* what, bool quiet = false) {
+    if (!query.run(request, what, quiet)) return -1;
+    return request == SIOCGIFMTU ? query.req.ifr_mtu : query.req.ifr_ifindex;
 }
 
-std::string readMac(const std::string& name, const char* method, bool quiet = false) {
-    ifreq req;
-    if (!requestFor(name, &req, method)) return "";
-    if (interfaceIoctl(SIOCGIFHWADDR, &req, method, "SIOCGIFHWADDR", quiet) != 0) return "";
-    int family = req.ifr_hwaddr.sa_family;
+std::string readMac(Query& query, bool quiet = false) {
+    if (!query.run(SIOCGIFHWADDR, "SIOCGIFHWADDR", quiet)) return "";
+    int family = query.req.ifr_hwaddr.sa_family;
     if (family != ARPHRD_ETHER && family != ARPHRD_LOOPBACK) {
-        if (!quiet)
-            ORVANE_SERROR_IN(method, "%s has no MAC address (type %d)", name.c_str(), family);
+        if (!quiet) {
+            ORVANE_SERROR_IN(query.method, "%s has no MAC address (type %d)", query.req.ifr_name,
+                             family);
+        }
         return "";
     }
-    const auto* b = reinterpret_cast<const unsigned char*>(req.ifr_hwaddr.sa_data);
+    const auto* b = reinterpret_cast<const unsigned char*>(query.req.ifr_hwaddr.sa_data);
     char text[18];
     snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4],
              b[5]);
@@ -173,21 +171,22 @@ bool NetUtil::getInterface(const std::string& name, Interface* info) {
         return false;
     }
     *info = Interface();
-    int index = readInt(name, SIOCGIFINDEX, __func__, "SIOCGIFINDEX");
+    Query query(name, __func__);
+    int index = readInt(query, SIOCGIFINDEX, "SIOCGIFINDEX");
     if (index < 0) return false;
     info->name = name;
     info->index = index;
     // The remaining facts may be missing (no address, no hardware address):
     // their fields then keep their defaults without a line.
-    info->address = readAddress(name, SIOCGIFADDR, __func__, "SIOCGIFADDR", true);
+    info->address = readAddress(query, SIOCGIFADDR, "SIOCGIFADDR", true);
     if (!info->address.empty()) {
-        info->netmask = readAddress(name, SIOCGIFNETMASK, __func__, "SIOCGIFNETMASK", true);
-        info->broadcast = readAddress(name, SIOCGIFBRDADDR, __func__, "SIOCGIFBRDADDR", true);
+        info->netmask = readAddress(query, SIOCGIFNETMASK, "SIOCGIFNETMASK", true);
+        info->broadcast = readAddress(query, SIOCGIFBRDADDR, "SIOCGIFBRDADDR", true);
         if (info->broadcast == "0.0.0.0") info->broadcast.clear();
     }
-    info->mac = readMac(name, __func__, true);
-    info->mtu = readInt(name, SIOCGIFMTU, __func__, "SIOCGIFMTU", true);
-    int flags = readFlags(name, __func__, true);
+    info->mac = readMac(query, true);
+    info->mtu = readInt(query, SIOCGIFMTU, "SIOCGIFMTU", true);
+    int flags = readFlags(query, true);
     if (flags >= 0) {
         info->up = (flags & IFF_UP) != 0;
         info->running = (flags & IFF_RUNNING) != 0;
@@ -197,34 +196,44 @@ bool NetUtil::getInterface(const std::string& name, Interface* info) {
 }
 
 std::string NetUtil::getAddress(const std::string& name) {
-    return readAddress(name, SIOCGIFADDR, __func__, "SIOCGIFADDR");
+    Query query(name, __func__);
+    return readAddress(query, SIOCGIFADDR, "SIOCGIFADDR");
 }
 
 std::string NetUtil::getNetmask(const std::string& name) {
-    return readAddress(name, SIOCGIFNETMASK, __func__, "SIOCGIFNETMASK");
+    Query query(name, __func__);
+    return readAddress(query, SIOCGIFNETMASK, "SIOCGIFNETMASK");
 }
 
 std::string NetUtil::getBroadcast(const std::string& name) {
-    return readAddress(name, SIOCGIFBRDADDR, __func__, "SIOCGIFBRDADDR");
+    Query query(name, __func__);
+    return readAddress(query, SIOCGIFBRDADDR, "SIOCGIFBRDADDR");
 }
 
-std::string NetUtil::getMacAddress(const std::string& name) { return readMac(name, __func__); }
+std::string NetUtil::getMacAddress(const std::string& name) {
+    Query query(name, __func__);
+    return readMac(query);
+}
 
 int NetUtil::getMtu(const std::string& name) {
-    return readInt(name, SIOCGIFMTU, __func__, "SIOCGIFMTU");
+    Query query(name, __func__);
+    return readInt(query, SIOCGIFMTU, "SIOCGIFMTU");
 }
 
 int NetUtil::getIndex(const std::string& name) {
-    return readInt(name, SIOCGIFINDEX, __func__, "SIOCGIFINDEX");
+    Query query(name, __func__);
+    return readInt(query, SIOCGIFINDEX, "SIOCGIFINDEX");
 }
 
 bool NetUtil::isUp(const std::string& name) {
-    int flags = readFlags(name, __func__);
+    Query query(name, __func__);
+    int flags = readFlags(query);
     return flags >= 0 && (flags & IFF_UP) != 0;
 }
 
 bool NetUtil::isRunning(const std::string& name) {
-    int flags = readFlags(name, __func__);
+    Query query(name, __func__);
+    int flags = readFlags(query);
     return flags >= 0 && (flags & IFF_RUNNING) != 0;
 }
 
@@ -249,36 +258,36 @@ bool NetUtil::setBroadcast(const std::string& name, const std::string& broadcast
 }
 
 bool NetUtil::setMacAddress(const std::string& name, const std::string& mac) {
-    ifreq req;
-    if (!requestFor(name, &req, __func__)) return false;
+    Query query(name, __func__);
+    if (!query.named) return false;
     unsigned char bytes[6];
     if (!parseMac(mac, bytes)) {
         ORVANE_SERROR("bad MAC address:'%s'", mac.c_str());
         return false;
     }
-    req.ifr_hwaddr.sa_family = ARPHRD_ETHER;
-    memcpy(req.ifr_hwaddr.sa_data, bytes, sizeof bytes);
-    return interfaceIoctl(SIOCSIFHWADDR, &req, __func__, "SIOCSIFHWADDR") == 0;
+    query.req.ifr_hwaddr.sa_family = ARPHRD_ETHER;
+    memcpy(query.req.ifr_hwaddr.sa_data, bytes, sizeof bytes);
+    return query.run(SIOCSIFHWADDR, "SIOCSIFHWADDR");
 }
 
 bool NetUtil::setMtu(const std::string& name, int mtu) {
-    ifreq req;
-    if (!requestFor(name, &req, __func__)) return false;
+    Query query(name, __func__);
+    if (!query.named) return false;
     if (mtu < 68 || mtu > 65535) {
         ORVANE_SERROR("bad MTU:%d (68 to 65535)", mtu);
         return false;
     }
-    req.ifr_mtu = mtu;
-    return interfaceIoctl(SIOCSIFMTU, &req, __func__, "SIOCSIFMTU") == 0;
+    query.req.ifr_mtu = mtu;
+    return query.run(SIOCSIFMTU, "SIOCSIFMTU");
 }
 
+// The flags read are written back through the same request, IFF_UP changed.
 bool NetUtil::setUp(const std::string& name, bool up) {
-    int flags = readFlags(name, __func__);
+    Query query(name, __func__);
+    int flags = readFlags(query);
     if (flags < 0) return false;
-    ifreq req;
-    requestFor(name, &req, __func__);
-    req.ifr_flags = static_cast<short>(up ? (flags | IFF_UP) : (flags & ~IFF_UP));
-    return interfaceIoctl(SIOCSIFFLAGS, &req, __func__, "SIOCSIFFLAGS") == 0;
+    query.req.ifr_flags = static_cast<short>(up ? (flags | IFF_UP) : (flags & ~IFF_UP));
+    return query.run(SIOCSIFFLAGS, "SIOCSIFFLAGS");
 }
 
 std::string NetUtil::getDefaultGateway(std::string* ifName) {

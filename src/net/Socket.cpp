@@ -16,13 +16,6 @@ namespace orvane {
 
 namespace {
 
-// Dotted form of an IPv4 address; fits the small-string buffer, so no allocation.
-std::string dotted(in_addr addr) {
-    char text[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &addr, text, sizeof text);
-    return text;
-}
-
 sockaddr_in ipv4Address(const std::string& addr, unsigned short port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -127,7 +120,7 @@ bool Socket::bindPort(int sock, unsigned short port, std::string addr) {
     localAddr = ipv4Address(addr, port);
     if (bind(sock, reinterpret_cast<const sockaddr*>(&localAddr), sizeof localAddr) != 0) {
         int err = errno;
-        ORVANE_ERROR("bind(%s:%d) error:%s.", dotted(localAddr.sin_addr).c_str(), port,
+        ORVANE_ERROR("bind(%s:%d) error:%s.", detail::dotted(localAddr.sin_addr).c_str(), port,
                      strerror(err));
         localAddr = sockaddr_in{};
         return false;
@@ -136,37 +129,19 @@ bool Socket::bindPort(int sock, unsigned short port, std::string addr) {
         socklen_t size = sizeof localAddr;
         getsockname(sock, reinterpret_cast<sockaddr*>(&localAddr), &size);
     }
-    ORVANE_NOTE("bind ok %s:%d", dotted(localAddr.sin_addr).c_str(), ntohs(localAddr.sin_port));
+    ORVANE_NOTE("bind ok %s:%d", detail::dotted(localAddr.sin_addr).c_str(),
+                ntohs(localAddr.sin_port));
     return true;
 }
 
 int Socket::readData(char* buf, int len) {
     if (!detail::checkTransfer(className, __func__, buf, len, fd_.get())) return -1;
-    ssize_t n = read(fd_.get(), buf, static_cast<size_t>(len));
-    if (n < 0) {
-        int err = errno;
-        if (err != EAGAIN) ORVANE_ERROR("read error:%s", strerror(err));
-        return -1;
-    }
-    return static_cast<int>(n);
+    return detail::readOnce(className, __func__, fd_.get(), buf, len);
 }
 
 int Socket::writeData(const char* data, int len) {
     if (!detail::checkTransfer(className, __func__, data, len, fd_.get())) return -1;
-    detail::ignoreSigpipe();
-    int written = 0;
-    while (written < len) {
-        ssize_t n = write(fd_.get(), data + written, static_cast<size_t>(len - written));
-        if (n == 0) return 0;
-        if (n < 0) {
-            int err = errno;
-            if (err == EAGAIN) return written;
-            ORVANE_ERROR("write error:%s", strerror(err));
-            return -1;
-        }
-        written += static_cast<int>(n);
-    }
-    return len;
+    return detail::writeAll(className, __func__, fd_.get(), data, len);
 }
 
 int Socket::peekData(char* buf, int len, int timeoutUs) {
@@ -295,7 +270,8 @@ bool TcpSocket::acceptConnection(TcpSocket* client) {
     if (acceptInto(className, fd_.get(), client, reinterpret_cast<sockaddr*>(&peer), &size) < 0) {
         return false;
     }
-    ORVANE_NOTE("tcp connection from %s:%d", dotted(peer.sin_addr).c_str(), ntohs(peer.sin_port));
+    ORVANE_NOTE("tcp connection from %s:%d", detail::dotted(peer.sin_addr).c_str(),
+                ntohs(peer.sin_port));
     return true;
 }
 
@@ -383,7 +359,7 @@ int UdpSocket::receiveFrom(char* buf, int len, int flags, const char* method) {
             ORVANE_ERROR_IN(method, "sockfd(%d) read error:%s", fd_.get(), strerror(err));
         return -1;
     }
-    peerAddr = dotted(sender.sin_addr);
+    peerAddr = detail::dotted(sender.sin_addr);
     peerPort = ntohs(sender.sin_port);
     return static_cast<int>(n);
 }

@@ -1,6 +1,8 @@
 #include "net/SocketIo.h"
 
+#include <arpa/inet.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -22,6 +24,33 @@ bool checkTransfer(const std::string& className, const char* method, const void*
         return false;
     }
     return true;
+}
+
+int readOnce(const std::string& className, const char* method, int fd, char* buf, int len) {
+    ssize_t n = read(fd, buf, static_cast<size_t>(len));
+    if (n < 0) {
+        int err = errno;
+        if (err != EAGAIN) ORVANE_ERROR_IN(method, "read error:%s", strerror(err));
+        return -1;
+    }
+    return static_cast<int>(n);
+}
+
+int writeAll(const std::string& className, const char* method, int fd, const char* data, int len) {
+    ignoreSigpipe();
+    int written = 0;
+    while (written < len) {
+        ssize_t n = write(fd, data + written, static_cast<size_t>(len - written));
+        if (n == 0) return 0;
+        if (n < 0) {
+            int err = errno;
+            if (err == EAGAIN) return written;
+            ORVANE_ERROR_IN(method, "write error:%s", strerror(err));
+            return -1;
+        }
+        written += static_cast<int>(n);
+    }
+    return len;
 }
 
 int receiveReady(const std::string& className, const char* method, int fd, char* buf, int len,
@@ -52,6 +81,13 @@ int sendReady(const std::string& className, const char* method, int fd, const ch
         return -1;
     }
     return static_cast<int>(n);
+}
+
+// Fits the small-string buffer, so no allocation.
+std::string dotted(in_addr address) {
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &address, text, sizeof text);
+    return text;
 }
 
 void ignoreSigpipe() { signal(SIGPIPE, SIG_IGN); }

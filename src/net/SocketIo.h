@@ -1,5 +1,7 @@
 #pragma once
 
+#include <netinet/in.h>
+
 #include <string>
 
 #include "io/WaitFd.h"
@@ -16,6 +18,17 @@ namespace detail {
 bool checkTransfer(const std::string& className, const char* method, const void* buf, int len,
                    int fd);
 
+// The rest of a stream socket's readData once its arguments are checked: one
+// read; -1 silently for EAGAIN, -1 after "read error:%s" for any other
+// failure, else the count (0 at the peer's end of stream).
+int readOnce(const std::string& className, const char* method, int fd, char* buf, int len);
+
+// The rest of a stream socket's writeData once its arguments are checked:
+// ignore SIGPIPE, then write until all `len` bytes are out. A write that
+// moves nothing gives 0, EAGAIN the count written so far (silently), any
+// other failure -1 after "write error:%s"; else `len`.
+int writeAll(const std::string& className, const char* method, int fd, const char* data, int len);
+
 // The rest of a stream or CAN socket's receive once its arguments are
 // checked: wait for readability, one recv (with MSG_PEEK when `peek`), and
 // the results and lines of a data call ("socket <verb> error:%s" and 0 for
@@ -29,6 +42,9 @@ int receiveReady(const std::string& className, const char* method, int fd, char*
 // (never for EAGAIN).
 int sendReady(const std::string& className, const char* method, int fd, const char* data, int len,
               int timeoutUs);
+
+// The dotted form of an IPv4 address ("192.168.0.1").
+std::string dotted(in_addr address);
 
 // Sets SIGPIPE to ignored for the whole process; done before every send.
 void ignoreSigpipe();

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <orvane/SocketPair.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -86,33 +85,12 @@ int SocketPair::fd(int end) const { return isOpen(end) ? ends[end].get() : -1; }
 
 int SocketPair::readData(int end, char* buf, int len) {
     int fd = transferFd(end, __func__, buf, len);
-    if (fd < 0) return -1;
-    ssize_t n = read(fd, buf, static_cast<size_t>(len));
-    if (n < 0) {
-        int err = errno;
-        if (err != EAGAIN) ORVANE_ERROR("read error:%s", strerror(err));
-        return -1;
-    }
-    return static_cast<int>(n);
+    return fd < 0 ? -1 : detail::readOnce(className, __func__, fd, buf, len);
 }
 
 int SocketPair::writeData(int end, const char* data, int len) {
     int fd = transferFd(end, __func__, data, len);
-    if (fd < 0) return -1;
-    detail::ignoreSigpipe();
-    int written = 0;
-    while (written < len) {
-        ssize_t n = send(fd, data + written, static_cast<size_t>(len - written), 0);
-        if (n == 0) return 0;
-        if (n < 0) {
-            int err = errno;
-            if (err == EAGAIN) return written;
-            ORVANE_ERROR("write error:%s", strerror(err));
-            return -1;
-        }
-        written += static_cast<int>(n);
-    }
-    return len;
+    return fd < 0 ? -1 : detail::writeAll(className, __func__, fd, data, len);
 }
 
 int SocketPair::recvData(int end, char* buf, int len, int timeoutUs) {

@@ -61,8 +61,11 @@ TEST(UniqueFd, ClosesWhatItHoldsExactlyOnce) {
             act(x, y, a);
             EXPECT_EQ(x.get(), held(heldByX));
             EXPECT_EQ(y.get(), held(heldByY));
+            // Held ones are open; a closed one is reused, so a second close would hit it.
             for (int fd : {a, b}) {
-                if (fd != x.get() && fd != y.get() && !test::isOpenFd(fd)) reuse(fd);
+                bool isHeld = fd == x.get() || fd == y.get();
+                EXPECT_TRUE(!isHeld || test::isOpenFd(fd)) << "descriptor " << fd;
+                if (!isHeld && !test::isOpenFd(fd)) reuse(fd);
             }
         }
         // Destruction closed what was held, and nothing else.

@@ -5,8 +5,7 @@
 #include <unistd.h>
 
 #include <climits>
-#include <functional>
-#include <tuple>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -21,59 +20,51 @@ int openNull() { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
 // second close of that number would hit it.
 void reuse(int fd) {
     int spare = openNull();  // often takes that lowest free number itself
-    if (spare != fd) {
-        ASSERT_EQ(::dup2(spare, fd), fd);
-        ::close(spare);
-    }
+    ASSERT_EQ(::dup2(spare, fd), fd);
+    if (spare != fd) ::close(spare);
 }
 
 TEST(UniqueFd, ClosesWhatItHoldsExactlyOnce) {
-    // What is done to owners x and y of descriptors a and b, and which one
-    // each holds afterwards: 'a', 'b' or '-' (none).
-    using Act = std::function<void(UniqueFd & x, UniqueFd & y, int a)>;
-    const std::vector<std::tuple<const char*, Act, char, char>> cases = {
-        {"destruction", [](UniqueFd&, UniqueFd&, int) {}, 'a', 'b'},
-        {"release", [](UniqueFd& x, UniqueFd&, int a) { EXPECT_EQ(x.release(), a); }, '-', 'b'},
-        {"reset to the held one", [](UniqueFd& x, UniqueFd&, int a) { x.reset(a); }, 'a', 'b'},
-        {"reset to another", [](UniqueFd& x, UniqueFd& y, int) { x.reset(y.release()); }, 'b', '-'},
-        {"reset to a negative", [](UniqueFd& x, UniqueFd&, int) { x.reset(-7); }, '-', 'b'},
-        {"move-assign", [](UniqueFd& x, UniqueFd& y, int) { y = std::move(x); }, '-', 'a'},
-        {"move-assign to itself", [](UniqueFd& x, UniqueFd&, int) { x = std::move(*&x); }, 'a',
-         'b'},
-        {"move-construct", [](UniqueFd& x, UniqueFd& y, int) { y = UniqueFd(std::move(x)); }, '-',
-         'a'},
-        {"close twice",
-         [](UniqueFd& x, UniqueFd&, int a) {
-             x.close();
-             reuse(a);
-             x.close();
-         },
-         '-', 'b'}};
-    for (const auto& [name, act, heldByX, heldByY] : cases) {
-        SCOPED_TRACE(name);
-        int a = openNull();
-        int b = openNull();
-        ASSERT_TRUE(a >= 0 && b >= 0);
-        auto held = [&](char which) { return which == 'a' ? a : which == 'b' ? b : -1; };
+    // What is done to owners x and y of descriptors a and b, which of a and b
+    // are open afterwards, and which one each owner holds ('-' for none).
+    using U = UniqueFd&;
+    struct Case {
+        const char* name;
+        void (*act)(U x, U y, int a);
+        std::string open, held;
+    };
+    const std::vector<Case> cases = {
+        {"destruction", [](U, U, int) {}, "ab", "ab"},
+        {"release", [](U x, U, int a) { EXPECT_EQ(x.release(), a); }, "ab", "-b"},
+        {"reset to the held one", [](U x, U, int a) { x.reset(a); }, "ab", "ab"},
+        {"reset to another", [](U x, U y, int) { x.reset(y.release()); }, "b", "b-"},
+        {"reset to a negative", [](U x, U, int) { x.reset(-7); }, "b", "-b"},
+        {"move-assign", [](U x, U y, int) { y = std::move(x); }, "a", "-a"},
+        {"move-assign to itself", [](U x, U, int) { x = std::move(*&x); }, "ab", "ab"},
+        {"move-construct", [](U x, U y, int) { y = UniqueFd(std::move(x)); }, "a", "-a"},
+        // A second close must not hit the number, now reused.
+        {"close twice", [](U x, U, int a) { x.close(), reuse(a), x.close(); }, "ab", "-b"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        int fds[] = {openNull(), openNull()};
+        ASSERT_TRUE(fds[0] >= 0 && fds[1] >= 0);
+        auto nameOf = [&](int fd) { return fd == fds[0] ? 'a' : fd == fds[1] ? 'b' : '-'; };
+        auto openNow = [&] {
+            return std::string(test::isOpenFd(fds[0]) ? "a" : "") +
+                   (test::isOpenFd(fds[1]) ? "b" : "");
+        };
         {
-            UniqueFd x(a);
-            UniqueFd y(b);
-            act(x, y, a);
-            EXPECT_EQ(x.get(), held(heldByX));
-            EXPECT_EQ(y.get(), held(heldByY));
-            // Held ones are open; a closed one is reused, so a second close would hit it.
-            for (int fd : {a, b}) {
-                bool isHeld = fd == x.get() || fd == y.get();
-                EXPECT_TRUE(!isHeld || test::isOpenFd(fd)) << "descriptor " << fd;
-                if (!isHeld && !test::isOpenFd(fd)) reuse(fd);
-            }
+            UniqueFd x(fds[0]), y(fds[1]);
+            c.act(x, y, fds[0]);
+            EXPECT_EQ(std::string({nameOf(x.get()), nameOf(y.get())}), c.held);
+            EXPECT_EQ(openNow(), c.open);
         }
         // Destruction closed what was held, and nothing else.
-        for (int fd : {a, b}) {
-            bool closed = fd == held(heldByX) || fd == held(heldByY);
-            EXPECT_EQ(test::isOpenFd(fd), !closed) << "descriptor " << fd;
-            if (!closed) ::close(fd);
-        }
+        std::string left;
+        for (char which : c.open)
+            if (c.held.find(which) == std::string::npos) left += which;
+        EXPECT_EQ(openNow(), left);
+        for (char which : left) ::close(fds[which - 'a']);
     }
 }
 
@@ -83,14 +74,12 @@ TEST(UniqueFd, HoldsNegativesAsNoneZeroAsADescriptorAndKeepsErrno) {
         EXPECT_TRUE(none.get() == UniqueFd::kNone && !none && none.close() == 0) << raw;
     }
     UniqueFd zero(0);
-    EXPECT_TRUE(zero.valid() && !zero.isAbove(0));
-    EXPECT_EQ(zero.release(), 0);  // standard input stays open
+    EXPECT_TRUE(zero.valid() && !zero.isAbove(0) && zero.release() == 0);  // stdin stays open
 
     int stale = openNull();
     ::close(stale);  // a number the owners below do not really hold
     UniqueFd reported(stale);
-    EXPECT_EQ(reported.close(), -1);
-    EXPECT_EQ(errno, EBADF);
+    EXPECT_TRUE(reported.close() == -1 && errno == EBADF);
     errno = ENOENT;  // as a failed open() would have left it
     {
         UniqueFd quiet(stale);

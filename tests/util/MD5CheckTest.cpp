@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
+#include <orvane/Base64.h>
 #include <orvane/MD5Check.h>
 #include <orvane/StrUtil.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -12,23 +15,38 @@
 namespace orvane {
 namespace {
 
-TEST(MD5Check, AgreesWithMd5sumOnFilesAndPiecesOfEverySize) {
-    const std::vector<size_t> sizes = {0,   1,   55,    56,    57,    63,    64,     65,
-                                       119, 120, 65535, 65536, 65537, 74113, 3 << 20};
-    // One md5sum run over every file: its lines come in the order of the names.
-    std::string stem = test::tempPath("md5");
-    std::string names;
+// `size` pseudo-random bytes, the same for the same seed.
+std::string randomBytes(size_t size, unsigned seed) {
+    std::mt19937 engine(seed);
+    std::string bytes(size, '\0');
+    for (char& c : bytes) c = static_cast<char>(engine() & 0xFF);
+    return bytes;
+}
+
+// Sizes on both sides of MD5's 64-byte blocks and the file reader's 64 KiB,
+// and of base64's 3-byte groups and 57-byte (76-character) lines.
+TEST(Coreutils, MD5CheckAndBase64AgreeWithMd5sumBase64AndBasenc) {
+    const std::vector<size_t> sizes = {0,    1,     2,     3,     55,    56,    57,  58,
+                                       63,   64,    65,    113,   114,   119,   120, 1000,
+                                       4099, 65535, 65536, 65537, 74113, 131073};
+    const std::vector<std::string> tools = {"md5sum < $f", "base64 -w0 $f", "base64 $f",
+                                            "basenc --base64url $f"};
+    // One shell runs every tool on every file; '@' (in no output) ends each output.
+    std::string stem = test::tempPath("tools"), script = "for f in";
     for (size_t i = 0; i < sizes.size(); ++i) {
-        names += " " + stem + "." + std::to_string(i);
-        test::randomBytes(sizes[i], i, stem + "." + std::to_string(i));
+        std::ofstream(stem + "." + std::to_string(i), std::ios::binary) << randomBytes(sizes[i], i);
+        script += " " + stem + "." + std::to_string(i);
     }
+    script += "; do";
+    for (const auto& t : tools) script += " " + t + "; echo @;";
     std::vector<std::string> tool =
-        StrUtil::splitString(test::toolOutput("md5sum" + names), "\n", true);
-    ASSERT_EQ(tool.size(), sizes.size()) << "md5sum did not run";
+        StrUtil::splitString(test::toolOutput(script + " done"), "@\n", false);
+    ASSERT_EQ(tool.size(), sizes.size() * tools.size() + 1) << "a tool did not run";
     for (size_t i = 0; i < sizes.size(); ++i) {
-        std::string path = stem + "." + std::to_string(i);
-        std::string want = tool[i].substr(0, 32), bytes = test::randomBytes(sizes[i], i);
-        EXPECT_EQ(MD5Check::hexOfFile(path), want) << sizes[i] << " bytes";
+        SCOPED_TRACE(std::to_string(sizes[i]) + " bytes");
+        std::string path = stem + "." + std::to_string(i), bytes = randomBytes(sizes[i], i);
+        const std::string* out = &tool[i * tools.size()];
+        EXPECT_EQ(MD5Check::hexOfFile(path), out[0].substr(0, 32));
         unlink(path.c_str());
         // Split in two at every offset of the short ones, so that the block
         // carry-over is exercised at each position.
@@ -37,7 +55,24 @@ TEST(MD5Check, AgreesWithMd5sumOnFilesAndPiecesOfEverySize) {
              cut += bytes.size() < 200 ? 1 : bytes.size() / 3) {
             md5.update(bytes.substr(0, cut));
             md5.update(bytes.data() + cut, bytes.size() - cut);
-            ASSERT_EQ(md5.finishHex(), want) << sizes[i] << " bytes cut at " << cut;
+            ASSERT_EQ(md5.finishHex(), out[0].substr(0, 32)) << "cut at " << cut;
+        }
+        // The tools end the last line too; the library does not. Without
+        // padding and MIME (CR LF) are derived from the tools' output.
+        auto unended = [](const std::string& text) {
+            return text.substr(0, text.find_last_not_of('\n') + 1);
+        };
+        std::string plain = unended(out[1]), wrapped = unended(out[2]);
+        const std::vector<std::pair<std::string, unsigned>> expected = {
+            {plain, Base64::Standard},
+            {wrapped, Base64::Wrap76},
+            {unended(out[3]), Base64::UrlSafe | Base64::Wrap76},
+            {StrUtil::replaceAll(plain, "=", ""), Base64::NoPadding},
+            {StrUtil::replaceAll(wrapped, "\n", "\r\n"), Base64::Wrap76Crlf}};
+        for (const auto& [want, options] : expected) {
+            EXPECT_EQ(Base64::encode(bytes, options), want) << "options " << options;
+            EXPECT_EQ(Base64::encodedLength(sizes[i], options), want.size()) << options;
+            EXPECT_EQ(Base64::decode(want, options), bytes) << options;
         }
     }
 }

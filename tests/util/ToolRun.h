@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstdio>
-#include <fstream>
-#include <random>
 #include <string>
 
 namespace orvane {
@@ -17,16 +15,6 @@ inline std::string toolOutput(const std::string& command) {
         out.append(chunk, n);
     if (pipe != nullptr) pclose(pipe);
     return out;
-}
-
-// `size` pseudo-random bytes, the same for the same seed, also written to
-// `path` when one is given.
-inline std::string randomBytes(size_t size, unsigned seed, const std::string& path = "") {
-    std::mt19937 engine(seed);
-    std::string bytes(size, '\0');
-    for (char& c : bytes) c = static_cast<char>(engine() & 0xFF);
-    if (!path.empty()) std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-    return bytes;
 }
 
 }  // namespace test

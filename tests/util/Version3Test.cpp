@@ -39,10 +39,8 @@ TEST(Version3, RefusesBadTextOrAnOverflowWithOneLineAndKeepsItsValue) {
     }
     EXPECT_EQ(v.toString(), "7.8.9");
     // An increment zeroes the lower parts and stops at the top value.
-    EXPECT_TRUE(v.incrementPatch() && v.incrementMinor());
-    EXPECT_EQ(v.toString(), "7.9.0");
-    EXPECT_TRUE(v.incrementPatch() && v.incrementMajor());
-    EXPECT_EQ(v.toString(), "8.0.0");
+    EXPECT_TRUE(v.incrementPatch() && v.incrementMinor() && v.toString() == "7.9.0");
+    EXPECT_TRUE(v.incrementPatch() && v.incrementMajor() && v.toString() == "8.0.0");
     Version3 top(1, 4294967295u, 3);
     test::expectRefusal([&] { return top.incrementMinor(); },
                         "<E>DATE [Version3::incrementMinor,L#] cannot increment 1.4294967295.3 "

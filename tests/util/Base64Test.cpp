@@ -2,6 +2,7 @@
 #include <orvane/Base64.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/Refusal.h"
@@ -10,12 +11,8 @@ namespace orvane {
 namespace {
 
 TEST(Base64, RefusesBadTextWithOneLineAndKeepsTheOutput) {
-    struct Case {
-        std::string text;
-        unsigned options;
-        std::string why;
-    };
-    const std::vector<Case> cases = {
+    // Text, options, and why it is refused.
+    const std::vector<std::tuple<std::string, unsigned, std::string>> cases = {
         {"Zm9v!A==", Base64::Standard, "bad base64 character 0x21 at offset 4"},
         {"Zm9v+/==", Base64::UrlSafe, "bad base64 character 0x2b at offset 4"},
         {"Zm9v\nZm9v", Base64::Standard, "bad base64 character 0x0a at offset 4"},
@@ -24,10 +21,10 @@ TEST(Base64, RefusesBadTextWithOneLineAndKeepsTheOutput) {
         {"Zm9", Base64::Standard, "bad base64 length: 3 characters"},
         {"Zh==", Base64::Standard, "unused bits set in the last base64 character at offset 1"},
         {std::string("Zm\0v", 4), Base64::Standard, "bad base64 character 0x00 at offset 2"}};
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         std::string out = "kept";
-        test::expectRefusal([&] { return Base64::decode(c.text, &out, c.options); },
-                            "<E>DATE [decode,L#] " + c.why);
+        test::expectRefusal([&] { return Base64::decode(std::get<0>(c), &out, std::get<1>(c)); },
+                            "<E>DATE [decode,L#] " + std::get<2>(c));
         EXPECT_EQ(out, "kept");
     }
 }

@@ -2,6 +2,7 @@
 #include <orvane/Regex.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ToolRun.h"
@@ -13,29 +14,25 @@ namespace {
 using Groups = std::vector<std::string>;
 
 TEST(Regex, MatchesWholeTextsAndSearchesWithGroups) {
-    struct Case {
-        std::string pattern, text;
-        bool whole;
-        Groups found;  // search(): the whole match then each group; empty: no match
-    };
-    const std::vector<Case> cases = {
-        {"^([a-z]+)=([0-9]+)$", "baud=115200", true, {"baud=115200", "baud", "115200"}},
-        {"[0-9]+", "port 8080 and 9090", false, {"8080"}},
-        {"a|ab", "ab", true, {"ab"}},  // POSIX: the longest of the leftmost matches
-        {"(x)?y", "y", true, {"y", ""}},
-        {"z", "abc", false, {}},
-        {"b.d", std::string("ab\0d", 4) + "bcd", false, {"bcd"}}};
-    for (const Case& c : cases) {
-        Regex re(c.pattern);
-        EXPECT_EQ(re.match(c.text), c.whole) << c.pattern << " on " << c.text;
+    // Pattern, flags, text, whether match() takes the whole text, and what
+    // search() finds: the whole match then each group (empty: no match).
+    const std::vector<std::tuple<std::string, unsigned, std::string, bool, Groups>> cases = {
+        {"^([a-z]+)=([0-9]+)$", 0, "baud=115200", true, {"baud=115200", "baud", "115200"}},
+        {"[0-9]+", 0, "port 8080 and 9090", false, {"8080"}},
+        {"a|ab", 0, "ab", true, {"ab"}},  // POSIX: the longest of the leftmost matches
+        {"(x)?y", 0, "y", true, {"y", ""}},
+        {"z", 0, "abc", false, {}},
+        {"b.d", 0, std::string("ab\0d", 4) + "bcd", false, {"bcd"}},
+        {"^ERROR", Regex::IgnoreCase, "Error: disk", false, {"Error"}}};
+    for (const auto& [pattern, flags, text, whole, found] : cases) {
+        Regex re(pattern, flags);
+        EXPECT_EQ(re.match(text), whole) << pattern << " on " << text;
         Groups groups;
-        EXPECT_EQ(re.search(c.text, &groups), !c.found.empty()) << c.pattern;
-        EXPECT_EQ(groups, c.found) << c.pattern;
+        EXPECT_EQ(re.search(text, &groups), !found.empty()) << pattern;
+        EXPECT_EQ(groups, found) << pattern;
     }
     size_t at = 0;
-    EXPECT_TRUE(Regex("[0-9]+").search("a1 b22 c333", nullptr, 3, &at));
-    EXPECT_EQ(at, 4u);
-    EXPECT_TRUE(Regex("^ERROR", Regex::IgnoreCase).search("error: disk"));
+    EXPECT_TRUE(Regex("[0-9]+").search("a1 b22 c333", nullptr, 3, &at) && at == 4u);
     EXPECT_EQ(Regex("^[a-z]+$", Regex::Multiline).findAll("one\n2\nthree"),
               (Groups{"one", "three"}));
     EXPECT_EQ(Regex("([a-z])([0-9])").findAllGroups("a1 b2"),

@@ -5,14 +5,14 @@
 #include <random>
 #include <stdexcept>
 
+#include "codec/ByteCopy.h"
 #include "codec/CodecModels.h"
 
 namespace orvane {
 namespace {
 
 // Puts and gets of every length (zero and negative too) on both buffers, up
-// to large copies at every storage offset, the piecewise ones too; ASan
-// watches the storage bounds.
+// to large copies; ASan watches the storage bounds.
 TEST(DataBuffer, RandomOperationsMatchAQueueOfTheUnreadBytes) {
     std::mt19937 rng(99);
     for (int capacity : {1, 2, 7, 300, 8192}) {
@@ -71,6 +71,22 @@ TEST(Parser, WalksSectionsToTheEndOrAnEmptySectionAndLetsStoiThrow) {
     EXPECT_THROW(Parser::parseNextInt(text, &pos, ",", &value), std::invalid_argument);
     EXPECT_THROW(Parser::parseNextInt(text, &pos, ",", &value), std::out_of_range);
     EXPECT_TRUE(!Parser::parseNextInt(text, &pos, ",", &value) && pos == 22);
+}
+
+// Copies above 2 KiB whose destination lies 1-31 bytes ahead of the source
+// modulo 4 KiB go in pieces; the bytes must come out the same at every offset.
+TEST(DataBuffer, CopiesLargeChunksExactlyAtEveryOffset) {
+    std::vector<char> source(3 * 4096), target(3 * 4096);
+    for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<char>(i * 7 + i / 251);
+    for (uintptr_t ahead = 0; ahead < 4096; ahead = ahead == 40 ? 4095 : ahead + 1) {
+        std::fill(target.begin(), target.end(), 0);
+        uintptr_t at = (reinterpret_cast<uintptr_t>(source.data()) + ahead -
+                        reinterpret_cast<uintptr_t>(target.data())) &
+                       4095;
+        detail::copyBytes(target.data() + at, source.data(), 5000);
+        EXPECT_TRUE(std::equal(source.begin(), source.begin() + 5000, target.begin() + at));
+        EXPECT_EQ(target[at + 5000], 0) << ahead;
+    }
 }
 
 }  // namespace

@@ -20,8 +20,9 @@ namespace orvane {
 // ever; sizeof is N * sizeof(T) plus two words). Its size grows from
 // 0 to N by push and insert. Every access is checked: an index at or past
 // size(), a push onto a full array or a pop from an empty one is refused
-// with false (or a null pointer) and one logged line, for example
-// "[Array::push,L<n>] full (capacity 8)", and the array is left as it was.
+// with false (or a null pointer) and one error line through Tracer::printAt,
+// for example "<E><date> [Array::push,L<n>] full (capacity 8)" (<n> is a line
+// of this header, not the caller's), and the array is left as it was.
 // Elements live in order from data() to data() + size(): begin()/end() make
 // range-for and the standard algorithms work.
 //
@@ -42,11 +43,7 @@ class Array {
 
     Array() = default;
     // The first N values of `values`; more are refused (logged) and left out.
-    Array(std::initializer_list<T> values) {
-        for (const T& v : values) {
-            if (!push(v)) break;
-        }
-    }
+    Array(std::initializer_list<T> values) : Array(className, values) {}
     Array(const Array& other) : logName_(other.logName_) {
         for (const T& v : other) new (slot(size_++)) T(v);
     }
@@ -137,6 +134,12 @@ class Array {
     const T* end() const { return slot(size_); }
 
   protected:
+    // An Array whose log lines print `logName` as the class name.
+    Array(const char* logName, std::initializer_list<T> values) : logName_(logName) {
+        for (const T& v : values) {
+            if (!push(v)) break;
+        }
+    }
     bool refuse(const char* op, const char* text) const {
         Tracer::getInstance().printAt(3, logName_, op, __LINE__, "%s", text);
         return false;
@@ -190,31 +193,24 @@ class ByteArray : public Array<uint8_t, N> {
     static constexpr const char* className = "ByteArray";
     using Array<uint8_t, N>::size;
 
-    ByteArray() { this->logName_ = className; }
+    ByteArray() : Array<uint8_t, N>(className, {}) {}
     // The first N bytes of `values`; more are refused (logged) and left out.
-    ByteArray(std::initializer_list<uint8_t> values) {
-        this->logName_ = className;
-        for (uint8_t v : values) {
-            if (!this->push(v)) break;
-        }
-    }
+    ByteArray(std::initializer_list<uint8_t> values) : Array<uint8_t, N>(className, values) {}
 
     // Appends `len` bytes; false (logged, nothing appended) when they do not all fit.
     bool append(const void* bytes, size_t len) {
         if (bytes == nullptr && len > 0) return this->refuse("append", "null bytes");
-        if (len > N - size()) return overrun("append", size(), len);
-        for (size_t i = 0; i < len; ++i) this->push(static_cast<const uint8_t*>(bytes)[i]);
-        return true;
+        return appendBytes("append", bytes, len);
     }
     template <typename T>
     bool appendBig(T v) {
         v = Endian::toBig(v);
-        return appendValue("appendBig", &v, sizeof v);
+        return appendBytes("appendBig", &v, sizeof v);
     }
     template <typename T>
     bool appendLittle(T v) {
         v = Endian::toLittle(v);
-        return appendValue("appendLittle", &v, sizeof v);
+        return appendBytes("appendLittle", &v, sizeof v);
     }
     // The integer at `offset`; false (logged, *out untouched) past size().
     template <typename T>
@@ -248,7 +244,7 @@ class ByteArray : public Array<uint8_t, N> {
     }
 
   private:
-    bool appendValue(const char* op, const void* bytes, size_t len) {
+    bool appendBytes(const char* op, const void* bytes, size_t len) {
         if (len > N - size()) return overrun(op, size(), len);
         for (size_t i = 0; i < len; ++i) this->push(static_cast<const uint8_t*>(bytes)[i]);
         return true;

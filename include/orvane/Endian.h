@@ -19,10 +19,13 @@ namespace orvane {
 // pattern). The unchecked readers and writers take any address (they copy
 // with memcpy, so unaligned access is fine) and compile to one load or store
 // plus at most one byte swap; the caller guarantees the bytes are there. The
-// checked forms take the buffer size and an offset, and refuse (false, one
-// logged line "[<op>,L<n>] ... overruns ...", for example "[readBig,L<n>]"; nothing read or
-// written) when the value would not fit. Everything is static, inline and
-// stateless: any thread may call it at any time.
+// checked forms take the buffer size and an offset, and refuse a value that
+// would not fit or a null pointer: false, nothing read or written, and one
+// error line through Tracer::printAt in the static form, for example
+// "<E><date> [readBig,L<n>] 4 bytes at offset 7 overruns a buffer of 10 bytes"
+// or "<E><date> [writeBig,L<n>] null buffer or output" (<n> is a line of this
+// header, not the caller's). Everything is static, inline and stateless: any
+// thread may call it at any time.
 //
 // Write calls deduce T from the value: writeBig(buf, len, 0, 5) writes an
 // int (4 bytes); say the width, writeBig<uint16_t>(...), when it matters.

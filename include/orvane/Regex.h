@@ -29,8 +29,8 @@ namespace orvane {
 // Move-only (the compiled form belongs to one object); regfree runs in the
 // destructor. The matching operations are const and may run in several
 // threads at once on one object (glibc guards the compiled form). Each call
-// costs time linear in the text for most patterns, and allocates only for
-// the strings it returns.
+// costs time linear in the text for most patterns, and allocates one array
+// of match offsets and the strings it returns.
 class ORVANE_API Regex {
   public:
     // Flag bits for the constructor.
@@ -77,11 +77,8 @@ class ORVANE_API Regex {
     std::string className;
 
   private:
+    // The compiled form and its match loop.
     struct Compiled;
-    // The first match at or after byte `from`: start and end offsets of the
-    // whole match, then of each group (-1, -1 for a group not taking part).
-    // False when there is none or the object is invalid.
-    bool exec(const std::string& text, size_t from, std::vector<long>* spans) const;
 
     std::string pattern_;
     std::unique_ptr<Compiled> compiled_;

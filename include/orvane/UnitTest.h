@@ -62,6 +62,9 @@ struct ORVANE_API TestResult {
     std::string skipReason;
     double seconds = 0;
     bool passed() const { return failures.empty() && !skipped; }
+    // An assertion failed; run() counts such a test as failed even when it
+    // also asked to be skipped.
+    bool failed() const { return !failures.empty(); }
 };
 
 // A registered test: its suite, name, place of definition and body.

@@ -161,7 +161,7 @@ int TestRunner::run(std::ostream& out) {
         for (const TestFailure& f : result.failures) {
             out << "    " << f.file << ":" << f.line << ": " << f.message << "\n";
         }
-        failed += result.passed() || result.skipped ? 0 : 1;
+        failed += result.failed() ? 1 : 0;
         skipped += result.skipped ? 1 : 0;
     }
     std::chrono::duration<double> took = std::chrono::steady_clock::now() - runStart;
@@ -170,17 +170,22 @@ int TestRunner::run(std::ostream& out) {
     if (failed > 0) {
         out << "Failed:\n";
         for (const TestResult& r : results_) {
-            if (!r.passed() && !r.skipped) out << "    " << r.suite << "." << r.name << "\n";
+            if (r.failed()) out << "    " << r.suite << "." << r.name << "\n";
         }
     }
     if (skipped > 0) out << skipped << " skipped\n";
     out << (total - failed - skipped) << " passed, " << failed << " failed" << std::endl;
     if (junitPath_.empty()) return failed;
+    // errno is read right after the open or the close that failed: building
+    // the report text in between may change it.
     std::ofstream report(junitPath_, std::ios::trunc);
-    report << junitXml();
-    report.close();
+    int err = errno;
+    if (report) {
+        report << junitXml();
+        report.close();
+        err = errno;
+    }
     if (!report) {
-        int err = errno;
         ORVANE_ERROR("cannot write the JUnit report %s: %s", junitPath_.c_str(), strerror(err));
         return -1;
     }
@@ -196,7 +201,7 @@ std::string TestRunner::junitXml() const {
     for (const TestResult& r : results_) {
         if (bySuite.find(r.suite) == bySuite.end()) order.push_back(r.suite);
         bySuite[r.suite].push_back(&r);
-        failures += r.passed() || r.skipped ? 0 : 1;
+        failures += r.failed() ? 1 : 0;
         total += r.seconds;
     }
     std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
@@ -207,7 +212,7 @@ std::string TestRunner::junitXml() const {
         int suiteSkipped = 0;
         double suiteTime = 0;
         for (const TestResult* r : bySuite[suite]) {
-            suiteFailures += r->passed() || r->skipped ? 0 : 1;
+            suiteFailures += r->failed() ? 1 : 0;
             suiteSkipped += r->skipped ? 1 : 0;
             suiteTime += r->seconds;
         }

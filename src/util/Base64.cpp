@@ -107,10 +107,21 @@ std::string Base64::encode(const void* data, size_t len, unsigned options) {
     }
     const char* alphabet = (options & UrlSafe) ? kUrlSafe : kStandard;
     const uint8_t* in = static_cast<const uint8_t*>(data);
-    std::string out(unwrappedLength(len, options), '=');
+    // Written straight into the result: a line of 76 characters is 19
+    // groups, and a line end goes before each group that starts a line.
+    std::string out(encodedLength(len, options), '=');
     char* o = &out[0];
+    const size_t lineGroups = wraps(options) ? kLineLength / 4 : SIZE_MAX;
+    const char* lineEnd = (options & Wrap76Crlf) ? "\r\n" : "\n";
+    size_t onLine = 0;
+    auto startGroup = [&] {
+        if (onLine++ < lineGroups) return;
+        for (const char* e = lineEnd; *e != '\0'; ++e) *o++ = *e;
+        onLine = 1;
+    };
     size_t whole = len / 3;
     for (size_t g = 0; g < whole; ++g, in += 3, o += 4) {
+        startGroup();
         uint32_t v = uint32_t(in[0]) << 16 | uint32_t(in[1]) << 8 | in[2];
         o[0] = alphabet[v >> 18];
         o[1] = alphabet[(v >> 12) & 63];
@@ -118,20 +129,13 @@ std::string Base64::encode(const void* data, size_t len, unsigned options) {
         o[3] = alphabet[v & 63];
     }
     if (len % 3 > 0) {
+        startGroup();
         uint32_t v = uint32_t(in[0]) << 16 | (len % 3 == 2 ? uint32_t(in[1]) << 8 : 0);
         o[0] = alphabet[v >> 18];
         o[1] = alphabet[(v >> 12) & 63];
         if (len % 3 == 2) o[2] = alphabet[(v >> 6) & 63];
     }
-    if (!wraps(options) || out.size() <= kLineLength) return out;
-    const char* lineEnd = (options & Wrap76Crlf) ? "\r\n" : "\n";
-    std::string wrapped;
-    wrapped.reserve(encodedLength(len, options));
-    for (size_t at = 0; at < out.size(); at += kLineLength) {
-        if (at > 0) wrapped += lineEnd;
-        wrapped.append(out, at, kLineLength);
-    }
-    return wrapped;
+    return out;
 }
 
 std::string Base64::encode(const std::string& data, unsigned options) {

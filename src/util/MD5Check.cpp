@@ -230,9 +230,11 @@ std::string MD5Check::toHex(const Digest& digest) {
 }
 
 bool MD5Check::fromHex(const std::string& hex, Digest* out) {
-    bool wellFormed =
-        hex.size() == 32 && hex.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-    if (!wellFormed || out == nullptr) {
+    if (out == nullptr) {
+        ORVANE_SERROR("null output");
+        return false;
+    }
+    if (hex.size() != 32 || hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
         ORVANE_SERROR("not an md5 digest (32 hex digits): \"%s\"", hex.c_str());
         return false;
     }

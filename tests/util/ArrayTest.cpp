@@ -13,72 +13,46 @@ namespace {
 
 using test::expectRefusal;
 
-TEST(Endian, ReadsAndWritesEveryWidthAtAnUnalignedOffset) {
-    static_assert(Endian::swap64(0x0102030405060708ull) == 0x0807060504030201ull, "");
-    static_assert(Endian::isLittleHost() != Endian::isBigHost(), "");
+TEST(Endian, ReadsAndWritesAtAnUnalignedOffsetWithinTheBuffer) {
     const uint8_t bytes[] = {0xAA, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0xFF};
-    EXPECT_EQ(Endian::readBig<uint16_t>(bytes + 1), 0x0102);
-    EXPECT_EQ(Endian::readLittle<uint16_t>(bytes + 1), 0x0201);
-    EXPECT_EQ(Endian::readBig<uint32_t>(bytes + 1), 0x01020304u);
-    EXPECT_EQ(Endian::readLittle<uint32_t>(bytes + 1), 0x04030201u);
     EXPECT_EQ(Endian::readBig<uint64_t>(bytes + 1), 0x0102030405060708ull);
-    EXPECT_EQ(Endian::readLittle<uint64_t>(bytes + 1), 0x0807060504030201ull);
     EXPECT_EQ(Endian::readLittle<int16_t>(bytes + 8), int16_t(-248));
-
-    uint8_t out[12] = {};
-    Endian::writeLittle<uint16_t>(out + 1, 0xCAFE);
-    Endian::writeBig<uint32_t>(out + 3, 0xDEADBEEF);
-    EXPECT_TRUE(Endian::writeLittle<int32_t>(out, sizeof out, 8, -2));
-    const uint8_t want[12] = {0, 0xFE, 0xCA, 0xDE, 0xAD, 0xBE, 0xEF, 0, 0xFE, 0xFF, 0xFF, 0xFF};
+    uint8_t out[6] = {};
+    EXPECT_TRUE(Endian::writeLittle<int32_t>(out, sizeof out, 2, -2));
+    const uint8_t want[6] = {0, 0, 0xFE, 0xFF, 0xFF, 0xFF};
     EXPECT_EQ(memcmp(out, want, sizeof out), 0);
-
+    // An offset near SIZE_MAX must not wrap the bounds check round.
     uint32_t value = 99;
     expectRefusal([&] { return Endian::readBig(bytes, sizeof bytes, 7, &value); },
                   "<E>DATE [readBig,L#] 4 bytes at offset 7 overruns a buffer of 10 bytes");
     expectRefusal([&] { return Endian::writeLittle<uint16_t>(out, sizeof out, SIZE_MAX, 0); },
                   "<E>DATE [writeLittle,L#] 2 bytes at offset 18446744073709551615 overruns a "
-                  "buffer of 12 bytes");
-    expectRefusal([&] { return Endian::readBig<uint16_t>(nullptr, 8, 0, nullptr); },
-                  "<E>DATE [readBig,L#] null buffer or output");
+                  "buffer of 6 bytes");
     EXPECT_EQ(value, 99u);
     EXPECT_EQ(memcmp(out, want, sizeof out), 0);
 }
 
-TEST(Array, GrowsToItsCapacityAndRefusesEveryOverrun) {
+TEST(Array, KeepsOrderWithinItsCapacityAndDestroysEachElementOnce) {
     Array<std::string, 4> names{"b", "d"};
-    EXPECT_TRUE(names.insert(0, "a"));
-    EXPECT_TRUE(names.insert(2, "c"));
+    EXPECT_TRUE(names.insert(0, "a") && names.insert(2, "c"));
     EXPECT_EQ(std::vector<std::string>(names.begin(), names.end()),
               (std::vector<std::string>{"a", "b", "c", "d"}));
     std::string got;
     expectRefusal([&] { return names.push("e"); }, "<E>DATE [Array::push,L#] full (capacity 4)");
-    expectRefusal([&] { return names.insert(1, "e"); },
-                  "<E>DATE [Array::insert,L#] full (capacity 4)");
     expectRefusal([&] { return names.get(4, &got); },
                   "<E>DATE [Array::get,L#] index 4 out of range (size 4)");
-    expectRefusal([&] { return names.erase(4); },
-                  "<E>DATE [Array::erase,L#] index 4 out of range (size 4)");
-    EXPECT_TRUE(names.erase(1));
-    EXPECT_TRUE(names.pop(&got));
+    EXPECT_TRUE(names.erase(1) && names.pop(&got) && names.set(1, "C"));
     EXPECT_EQ(got, "d");
-    EXPECT_TRUE(names.set(1, "C"));
-    Array<std::string, 4> copy = names;
-    names.clear();
-    EXPECT_EQ(std::vector<std::string>(copy.begin(), copy.end()),
+    EXPECT_EQ(std::vector<std::string>(names.begin(), names.end()),
               (std::vector<std::string>{"a", "C"}));
+    names.clear();
     expectRefusal([&] { return names.pop(); }, "<E>DATE [Array::pop,L#] empty");
-    expectRefusal([&] { return names.front() != nullptr; },
-                  "<E>DATE [Array::front,L#] index 0 out of range: empty");
-}
 
-TEST(Array, DestroysEachElementOnce) {
     auto token = std::make_shared<int>(0);
     {
         Array<std::shared_ptr<int>, 8> held;
         for (int i = 0; i < 6; ++i) held.push(token);
-        held.erase(0);
-        held.insert(2, token);
-        held.pop();
+        EXPECT_TRUE(held.erase(0) && held.insert(2, token) && held.pop());
         Array<std::shared_ptr<int>, 8> copy(held);
         EXPECT_EQ(token.use_count(), 11);
     }
@@ -87,22 +61,18 @@ TEST(Array, DestroysEachElementOnce) {
 
 TEST(ByteArray, BuildsAndParsesAFrameWithinItsSize) {
     ByteArray<8> frame;
-    EXPECT_TRUE(frame.appendBig<uint16_t>(0xA55A));
-    EXPECT_TRUE(frame.appendLittle<uint32_t>(0x01020304));
-    EXPECT_TRUE(frame.append("\x7f", 1));
+    EXPECT_TRUE(frame.appendBig<uint16_t>(0xA55A) && frame.appendLittle<uint32_t>(0x01020304) &&
+                frame.append("\x7f", 1));
     EXPECT_EQ(frame.toString(), std::string("\xA5\x5A\x04\x03\x02\x01\x7F", 7));
     EXPECT_TRUE(frame.writeBig<uint16_t>(5, 0xBEEF));
     uint32_t value = 0;
     EXPECT_TRUE(frame.readLittle(2, &value));
     EXPECT_EQ(value, 0xBE020304u);
+    // Reads stop at the size, not the capacity.
     expectRefusal(
         [&] { return frame.readBig(4, &value); },
         "<E>DATE [ByteArray::readBig,L#] 4 bytes at offset 4 overrun (size 7, capacity 8)");
-    expectRefusal([&] { return frame.appendBig<uint16_t>(1); },
-                  "<E>DATE [ByteArray::appendBig,L#] 2 bytes at offset 7 overrun (size 7, capacity "
-                  "8)");
-    expectRefusal([&] { return frame.at(7) != nullptr; },
-                  "<E>DATE [ByteArray::at,L#] index 7 out of range (size 7)");
+    EXPECT_FALSE(frame.appendBig<uint16_t>(1));
     EXPECT_EQ(frame.size(), 7u);
 }
 

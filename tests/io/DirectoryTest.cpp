@@ -24,8 +24,8 @@ class DirectoryTest : public test::TempDirTest {
     }
     // find's view of `t`, sorted in C order, one entry a line.
     static std::string found(const std::string& t, const std::string& args) {
-        return commandOutput("cd '" + t + "' && find . -mindepth 1 " + args +
-                             " | sed 's|^\\./||' | LC_ALL=C sort");
+        return test::toolOutput("cd '" + t + "' && find . -mindepth 1 " + args +
+                                " | sed 's|^\\./||' | LC_ALL=C sort");
     }
 };
 
@@ -76,7 +76,7 @@ TEST_F(DirectoryTest, CopiesATreeThatDiffAndFindSeeEqual) {
     ASSERT_EQ(utimensat(AT_FDCWD, (t + "/sub").c_str(), times, 0), 0);
     ASSERT_TRUE(Directory::copy(t, copy));
     EXPECT_EQ(
-        commandOutput("diff -r --no-dereference -x pipe '" + t + "' '" + copy + "' && echo ok"),
+        test::toolOutput("diff -r --no-dereference -x pipe '" + t + "' '" + copy + "' && echo ok"),
         "ok\n");
     EXPECT_EQ(found(t, shown), found(copy, shown));  // modes, link targets, times
 
@@ -111,7 +111,7 @@ TEST_F(DirectoryTest, MovesTreesWithinAndAcrossFileSystemsAndRemovesThem) {
 
 TEST_F(DirectoryTest, CreatesUniqueTemporaryDirectoriesAndMeasuresTrees) {
     std::string made = Directory::createTemp(dir, "up-");
-    EXPECT_EQ(commandOutput("stat -c %a " + made) + made.substr(0, dir.size() + 4),
+    EXPECT_EQ(test::toolOutput("stat -c %a " + made) + made.substr(0, dir.size() + 4),
               "700\n" + dir + "/up-");
     EXPECT_EQ(Directory::createTemp(dir, "a/b"), "");
     EXPECT_EQ(line("prefix"), "<E>DATE [createTemp,L#] prefix(a/b) must not hold a '/'!");

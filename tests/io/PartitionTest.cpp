@@ -26,7 +26,7 @@ bool canCreate(const std::string& path) { return std::ofstream(path).is_open(); 
 TEST_F(PartitionTest, FindsTheMountHoldingAPathAsFindmntDoes) {
     MountInfo info;
     ASSERT_TRUE(Partition::mountOf(dir, &info));
-    std::string findmnt = commandOutput("findmnt -n -o TARGET --target '" + dir + "'");
+    std::string findmnt = test::toolOutput("findmnt -n -o TARGET --target '" + dir + "'");
     if (findmnt.empty()) GTEST_SKIP() << "findmnt is not installed";
     EXPECT_EQ(info.mountPoint + "\n", findmnt);
     ASSERT_TRUE(Partition::mountOf("/proc/self/../self", &info));

@@ -13,6 +13,7 @@
 
 #include "support/LogCapture.h"
 #include "support/PrivateMount.h"
+#include "support/ToolRun.h"
 
 // The tests of this folder take their POSIX and standard headers from here.
 
@@ -35,17 +36,7 @@ class TempDirTest : public ::testing::Test {
         std::ofstream(p, std::ios::binary | std::ios::trunc) << content;
         return p;
     }
-    static std::string slurp(const std::string& p) { return commandOutput("cat '" + p + "'"); }
-    // What the shell command `command` prints on standard output.
-    static std::string commandOutput(const std::string& command) {
-        std::string out;
-        if (FILE* pipe = popen(command.c_str(), "r")) {
-            char chunk[512];
-            for (size_t n; (n = fread(chunk, 1, sizeof chunk, pipe)) > 0;) out.append(chunk, n);
-            pclose(pipe);
-        }
-        return out;
-    }
+    static std::string slurp(const std::string& p) { return test::toolOutput("cat '" + p + "'"); }
     // The first line containing `text`, normalised; "" when none comes.
     static std::string line(const std::string& text) { return LogCapture::get().waitLine(text); }
 

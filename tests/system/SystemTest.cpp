@@ -17,17 +17,14 @@
 #include "support/Eventually.h"
 #include "support/PrivateMount.h"
 #include "support/Refusal.h"
+#include "support/ToolRun.h"
 
 namespace orvane {
 namespace {
 
-// The first line an independent tool prints, without its line end.
+// The one line an independent tool prints, without its line end.
 std::string toolOutput(const std::string& command) {
-    char line[256] = {};
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe != nullptr && fgets(line, sizeof line, pipe) == nullptr) line[0] = '\0';
-    if (pipe != nullptr) pclose(pipe);
-    return StrUtil::trimRight(line);
+    return StrUtil::trimRight(test::toolOutput(command));
 }
 
 TEST(System, ReportsTheSameFactsAsTheSystemTools) {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "ToolRun.h"
 #include "support/Refusal.h"
+#include "support/ToolRun.h"
 
 namespace orvane {
 namespace {

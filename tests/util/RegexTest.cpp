@@ -5,8 +5,8 @@
 #include <tuple>
 #include <vector>
 
-#include "ToolRun.h"
 #include "support/LogCapture.h"
+#include "support/ToolRun.h"
 
 namespace orvane {
 namespace {

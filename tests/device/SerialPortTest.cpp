@@ -10,10 +10,12 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstring>
+#include <string>
 #include <thread>
 #include <vector>
 
-#include "support/LogCapture.h"
+#include "device/SerialTermios.h"
+#include "support/Refusal.h"
 
 // While a test points this at a list, every ioctl() of the process (the
 // library's included) is recorded there instead of reaching the driver: the
@@ -49,7 +51,7 @@ namespace {
 // A pseudo-terminal: the port opens the slave by name, the test plays the
 // device on the master.
 struct Pty {
-    Pty() { openpty(&master, &slave, name, nullptr, nullptr); }
+    Pty() { EXPECT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0); }
     ~Pty() { ::close(master), ::close(slave); }
     int master = -1, slave = -1;
     char name[64] = {};
@@ -144,16 +146,10 @@ TEST(SerialPort, RefusesBadInputWithItsLineAndLeaksNothing) {
     {
         SerialPort port;
         refused(port.setAttribute(0, 14400), -1, "setAttribute", "Unsupport baud:14400.");
-        refused(port.setAttribute(1, 4), -1, "setAttribute", "Unsupport databits:4.");
-        refused(port.setAttribute(2, 0), -1, "setAttribute", "Unsupport stopbits:0.");
         refused(port.setAttribute(3, -1), -1, "setAttribute", "Unsupport parity:-1.");
-        refused(port.setAttribute(4, 3), -1, "setAttribute", "Unsupport flowctrl:3.");
         refused(port.setAttribute(9, 1), 0, "setAttribute", "Unsupport attribute:9.");
         refused(port.setAttribute(6, 1), -1, "setAttribute",
                 "Device is not open,cannot set attibute:6!");
-        char buf[4];
-        refused(port.recvData(buf, 4, 0), -1, "recvData", "parameter error.");
-        refused(port.open("", 2), false, "open", "Parameter error.");
         refused(port.open("/dev/null", 3), false, "open", "Parameter error.");
         refused(port.open("/x/y", 2), false, "open", "Open /x/y error: No such file or directory");
         // Not a tty: the line cannot be configured and the port stays open.
@@ -162,13 +158,117 @@ TEST(SerialPort, RefusesBadInputWithItsLineAndLeaksNothing) {
         refused(port.setAttribute(0, 9600), -1, "setAttribute",
                 "Device is allready open, cannot set attribute:0!");
         refused(port.setAttribute(5, 3), -1, "setAttribute", "Unsupport datamode:3.");
-        refused(port.setAttribute(6, 2), -1, "setAttribute", "Unsupport rs485dir:2.");
-        refused(port.sendData(nullptr, 4, 0), -1, "sendData", "parameter error.");
+        char buf[4];
         refused(port.recvData(buf, 0, 0), -1, "recvData", "parameter error.");
-        refused(port.sendData(buf, -5, 0), -1, "sendData", "parameter error.");
+        refused(port.sendData(nullptr, 4, 0), -1, "sendData", "parameter error.");
         EXPECT_EQ(port.getAttribute(SerialPort::BAUD), 115200);  // refusals store nothing
+        EXPECT_EQ(port.getAttribute(7), -1);
     }  // the destructor closes what the failed open left open
     EXPECT_EQ(test::openFdCount(), fds);
+}
+
+using Line = SerialPort::LineSettings;
+using Parity = Line::Parity;
+using Flow = Line::Flow;
+
+// A termios as a cooked terminal starts, with bits the line must clear.
+termios cookedTermios() {
+    termios tio{};
+    tio.c_iflag = ICRNL | IXON | IXANY | ISTRIP;
+    tio.c_oflag = OPOST | ONLCR;
+    tio.c_cflag = CS7 | CSTOPB | PARENB | PARODD | CRTSCTS | HUPCL;
+    tio.c_lflag = ISIG | ICANON | ECHO | ECHOE | IEXTEN;
+    cfsetspeed(&tio, B9600);
+    return tio;
+}
+
+TEST(SerialPortLine, BuildsTheTermiosOfEachLineAndReadsItBack) {
+    const struct {
+        Line line;
+        speed_t speed;
+        tcflag_t cflagSet, cflagClear, iflag;  // c_iflag exactly
+    } rows[] = {
+        {{9600, 8, Parity::Even, 1, Flow::None},
+         B9600,
+         CS8 | PARENB | CREAD | CLOCAL,
+         PARODD | CSTOPB | CRTSCTS,
+         INPCK},
+        {{19200, 7, Parity::Odd, 2, Flow::Hardware},
+         B19200,
+         CS7 | PARENB | PARODD | CSTOPB | CRTSCTS,
+         0,
+         INPCK},
+        {{115200, 8, Parity::None, 1, Flow::Software},
+         B115200,
+         CS8,
+         PARENB | PARODD | CSTOPB | CRTSCTS,
+         IXON | IXOFF},
+        {{4000000, 5, Parity::None, 2, Flow::None}, B4000000, CS5 | CSTOPB, PARENB | CRTSCTS, 0},
+        {{300, 6, Parity::Even, 1, Flow::None}, B300, CS6 | PARENB, PARODD, INPCK},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(SerialPort::lineText(row.line));
+        termios tio = cookedTermios();
+        std::string error;
+        ASSERT_TRUE(detail::lineTermios(row.line, &tio, &error)) << error;
+        EXPECT_EQ(cfgetospeed(&tio), row.speed);
+        EXPECT_EQ(cfgetispeed(&tio), row.speed);
+        EXPECT_EQ(tio.c_cflag & (row.cflagSet | row.cflagClear), row.cflagSet);
+        EXPECT_EQ(tio.c_iflag, row.iflag);
+        EXPECT_EQ(tio.c_oflag & OPOST, 0u);
+        EXPECT_EQ(tio.c_lflag & (ISIG | ICANON | ECHO | ECHOE | IEXTEN), 0u);
+        EXPECT_EQ(tio.c_cc[VMIN] * 100 + tio.c_cc[VTIME], 110);  // VMIN 1, VTIME 10
+        EXPECT_EQ(SerialPort::lineText(detail::lineOf(tio)), SerialPort::lineText(row.line));
+    }
+    const std::pair<Line, const char*> bad[] = {
+        {{14400, 8, Parity::None, 1, Flow::None}, "unsupported baud rate 14400"},
+        {{9600, 4, Parity::None, 1, Flow::None}, "unsupported data bits 4"},
+        {{9600, 8, Parity::None, 3, Flow::None}, "unsupported stop bits 3"},
+        {{9600, 8, static_cast<Parity>(3), 1, Flow::None}, "unsupported parity 3"},
+        {{9600, 8, Parity::None, 1, static_cast<Flow>(7)}, "unsupported flow control 7"},
+    };
+    for (const auto& [line, reason] : bad) {
+        termios tio = cookedTermios(), before = tio;
+        std::string error;
+        EXPECT_FALSE(detail::lineTermios(line, &tio, &error));
+        EXPECT_EQ(error, reason);
+        EXPECT_EQ(memcmp(&tio, &before, sizeof tio), 0) << reason;  // left alone
+    }
+}
+
+TEST(SerialPortLine, APtyKeepsSoftwareFlowButDropsParityAndForcesEightBits) {
+    Pty pty;
+    SerialPort port;
+    Line read;
+    EXPECT_EQ(test::LogCapture::get().linesDuring([&] {
+        EXPECT_FALSE(port.setLine(Line()));  // closed
+        EXPECT_FALSE(port.getLine(&read));
+    }),
+              (std::vector<std::string>{
+                  "<E>DATE [SerialPort::setLine,L#] Device is not open, cannot set line 115200 "
+                  "8N1 flow none",
+                  "<E>DATE [SerialPort::getLine,L#] parameter error."}));
+    ASSERT_TRUE(port.open(pty.name, 2));
+    ASSERT_TRUE(port.setLine({9600, 7, Parity::Even, 2, Flow::Software}));
+    ASSERT_TRUE(port.getLine(&read));
+    // The pty keeps speed, stop bits and software flow, drops parity, forces CS8.
+    EXPECT_EQ(SerialPort::lineText(read), "9600 8N2 flow sw");
+    termios tio{};  // what the test reads on its own agrees
+    ASSERT_EQ(tcgetattr(pty.slave, &tio), 0);
+    EXPECT_EQ(cfgetospeed(&tio), B9600);
+    EXPECT_EQ(tio.c_iflag & (IXON | IXOFF), tcflag_t(IXON | IXOFF));
+    EXPECT_EQ(port.getAttribute(SerialPort::BAUD), 115200);  // attributes unchanged
+    ASSERT_EQ(::write(pty.master, "a\rb\n", 4), 4);          // raw: no CR/LF translation
+    char buf[8] = {};
+    EXPECT_EQ(port.recvData(buf, sizeof buf, 1000000), 4);
+    EXPECT_EQ(std::string(buf, 4), "a\rb\n");
+    test::expectRefusal(
+        [&] {
+            return port.setLine({9600, 8, Parity::None, 0, Flow::None});
+        },
+        "<E>DATE [SerialPort::setLine,L#] unsupported stop bits 0");
+    ASSERT_TRUE(port.getLine(&read));
+    EXPECT_EQ(read.stopBits, 2);  // refused: unchanged
 }
 
 }  // namespace

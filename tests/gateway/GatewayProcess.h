@@ -13,18 +13,19 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "support/Eventually.h"
 
 extern char** environ;
 
 namespace orvane::test {
 
 // A program run with its standard output and error collected, for tests
-// that check what it logs and how it ends.
+// that check what it logs and how it ends. Killed if still running at the end.
 class Program {
   public:
     explicit Program(const std::vector<std::string>& argv) {
@@ -42,8 +43,7 @@ class Program {
         ::close(out[1]);
         reader = std::thread([this, fd = out[0]] {
             char buf[4096];
-            ssize_t n;
-            while ((n = ::read(fd, buf, sizeof buf)) > 0) {
+            for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;) {
                 std::lock_guard<std::mutex> lock(mutex);
                 output.append(buf, size_t(n));
                 grew.notify_all();
@@ -58,15 +58,13 @@ class Program {
         }
         if (reader.joinable()) reader.join();
     }
-
-    bool started() const { return pid > 0; }
     int processId() const { return pid; }
 
-    // Waits until the output holds `text` `count` times; false on timeout.
-    bool waitFor(const std::string& text, int timeoutMs = 5000, size_t count = 1) {
+    // Waits until the output holds `text` `times` times; false on timeout.
+    bool waitFor(const std::string& text, int timeoutMs = 5000, size_t times = 1) {
         std::unique_lock<std::mutex> lock(mutex);
         return grew.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                             [&] { return countLocked(text) >= count; });
+                             [&] { return countLocked(text) >= times; });
     }
     size_t count(const std::string& text) {
         std::lock_guard<std::mutex> lock(mutex);
@@ -76,28 +74,23 @@ class Program {
         std::lock_guard<std::mutex> lock(mutex);
         return output;
     }
-    // The exit status after the program ended, -1 when it did not within
+    // The exit status once the program ended, -1 when it did not within
     // timeoutMs, -2 when a signal ended it.
     int wait(int timeoutMs) {
-        if (status >= 0 || pid <= 0) return status;
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
         int raw = 0;
-        while (waitpid(pid, &raw, WNOHANG) == 0) {
-            if (std::chrono::steady_clock::now() >= deadline) return -1;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        if (status < 0 && pid > 0 &&
+            eventually([&] { return waitpid(pid, &raw, WNOHANG) == pid; }, timeoutMs)) {
+            status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -2;
+            reader.join();
         }
-        status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -2;
-        if (reader.joinable()) reader.join();
         return status;
     }
 
   private:
     size_t countLocked(const std::string& text) {
         size_t found = 0;
-        for (size_t at = output.find(text); at != std::string::npos;
-             at = output.find(text, at + 1)) {
+        for (size_t at = output.find(text); at != std::string::npos; at = output.find(text, at + 1))
             ++found;
-        }
         return found;
     }
 
@@ -115,38 +108,33 @@ inline std::string readUntil(int fd, size_t size, int timeoutMs) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (got.size() < size) {
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                        deadline - std::chrono::steady_clock::now())
-                        .count();
+            deadline - std::chrono::steady_clock::now());
         pollfd ready{fd, POLLIN, 0};
-        if (left <= 0 || poll(&ready, 1, int(left)) <= 0) break;
         char buf[1024];
-        ssize_t n = ::read(fd, buf, std::min(sizeof buf, size - got.size()));
+        ssize_t n = left.count() > 0 && poll(&ready, 1, int(left.count())) > 0
+                        ? ::read(fd, buf, std::min(sizeof buf, size - got.size()))
+                        : 0;
         if (n <= 0) break;
         got.append(buf, size_t(n));
     }
     return got;
 }
 
-// A TCP client on loopback with plain socket calls.
+// A TCP client of a loopback port with plain socket calls.
 class Client {
   public:
-    explicit Client(unsigned short port) {
-        fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    explicit Client(unsigned short port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-            ::close(fd);
-            fd = -1;
-        }
+        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) close();
     }
     ~Client() { close(); }
     bool connected() const { return fd >= 0; }
     bool send(const std::string& bytes) {
         return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == ssize_t(bytes.size());
     }
-    // Reads until `size` bytes arrived or timeoutMs passed; what arrived.
     std::string receive(size_t size, int timeoutMs = 3000) {
         return readUntil(fd, size, timeoutMs);
     }
@@ -158,12 +146,9 @@ class Client {
     }
     // Closes with a reset instead of an orderly end when `abort` is set.
     void close(bool abort = false) {
-        if (fd < 0) return;
-        if (abort) {
-            linger hard{1, 0};
-            setsockopt(fd, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-        }
-        ::close(fd);
+        linger hard{1, 0};
+        if (abort) setsockopt(fd, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+        if (fd >= 0) ::close(fd);
         fd = -1;
     }
 

@@ -1,18 +1,11 @@
-#include <gtest/gtest.h>
 #include <orvane/EventLoop.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "event/EventSupport.h"
-#include "support/Refusal.h"
 
 namespace orvane::test {
 namespace {

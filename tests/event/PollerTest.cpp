@@ -1,12 +1,7 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <orvane/Poller.h>
-#include <unistd.h>
-
-#include <thread>
 
 #include "event/EventSupport.h"
-#include "support/LogCapture.h"
 
 namespace orvane::test {
 namespace {

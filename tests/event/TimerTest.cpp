@@ -1,16 +1,9 @@
-#include <gtest/gtest.h>
 #include <orvane/Timer.h>
 #include <sys/timerfd.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <string>
 #include <tuple>
 
 #include "event/EventSupport.h"
-#include "support/ChildProcess.h"
-#include "support/Descriptors.h"
-#include "support/LogCapture.h"
 
 namespace orvane::test {
 namespace {

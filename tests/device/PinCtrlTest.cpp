@@ -49,7 +49,6 @@ TEST_F(PinCtrlTest, DrivesAnExportedPinThroughItsAttributeFilesAndRefusesBadInpu
     PinCtrl pin(dir);
     expectRefusals({
         {[&] { return pin.getValue() != -1; }, "[PinCtrl::getValue,L#] pin not open"},
-        {[&] { return pin.setEdge(PIN_EDGE_BOTH); }, "[PinCtrl::setEdge,L#] pin not open"},
         {[&] { return pin.open(17, 5); },
          "[PinCtrl::open,L#] bad pin:17 or direction:5 (0 in, 1 out)"},
     });
@@ -125,7 +124,6 @@ TEST(PinChip, RefusesCallsWithoutAChipOrLinesAndBadRequests) {
         {[&] { return chip.open(-1); }, "[PinChip::open,L#] bad chip number:-1"},
         {[&] { return chip.requestLines({1}, PIN_IN); },
          "[PinChip::requestLines,L#] chip not open"},
-        {[&] { return chip.setValue(3, 1); }, "[PinChip::setValue,L#] no lines requested"},
         {[&] { return chip.waitEvent(&event, 0) != -1; },
          "[PinChip::waitEvent,L#] no lines requested"},
     };

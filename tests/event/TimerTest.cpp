@@ -1,8 +1,6 @@
 #include <orvane/Timer.h>
 #include <sys/timerfd.h>
 
-#include <tuple>
-
 #include "event/EventSupport.h"
 
 namespace orvane::test {
@@ -60,15 +58,8 @@ TEST(RTimerAndHRTimer, RefuseBadParametersFirePeriodicallyAndOnceForOneShot) {
         TimerManager manager;
         RTimer rTimer(real, 7);
         HRTimer hrTimer(high, 3);
-        const std::tuple<int, int, TimerListener*, const char*> bad[] = {
-            {1, 0, &real, "param error, id:1, timeout:0, listener:0x"},
-            {4, 10, nullptr, "param error, id:4, timeout:10, listener:0x0"},
-        };
-        for (const auto& [id, periodMs, who, text] : bad) {
-            EXPECT_FALSE(RTimer(who, id).start(periodMs, true));
-            std::string line = LogCapture::get().waitLine(text);
-            EXPECT_EQ(line.rfind(std::string("<E>DATE [RTimer::start,L#] ") + text, 0), 0u) << line;
-        }
+        expectRefusal([] { return RTimer(nullptr, 4).start(10, true); },
+                      "<E>DATE [RTimer::start,L#] param error, id:4, timeout:10, listener:0x0");
         ASSERT_TRUE(rTimer.start(20, true));
         ASSERT_TRUE(rTimer.start(10, true));  // a running timer starts anew
         ASSERT_TRUE(hrTimer.start(10, true));

@@ -12,67 +12,58 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
+#include <fstream>
+#include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/Eventually.h"
+#include "support/LogCapture.h"
 
 extern char** environ;
 
 namespace orvane::test {
 
-// A program run with its standard output and error collected, for tests
-// that check what it logs and how it ends. Killed if still running at the end.
+// A program run with its standard output and error collected in a file,
+// for tests that check what it logs and how it ends. Killed if still running
+// at the end.
 class Program {
   public:
-    explicit Program(const std::vector<std::string>& argv) {
-        int out[2];
-        if (pipe2(out, O_CLOEXEC) != 0) return;
+    explicit Program(const std::vector<std::string>& argv) : log(tempPath("program")) {
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-        posix_spawn_file_actions_adddup2(&actions, out[1], 2);
+        posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_APPEND,
+                                         0600);
+        posix_spawn_file_actions_adddup2(&actions, 1, 2);
         std::vector<char*> args;
         for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
         args.push_back(nullptr);
         if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ) != 0) pid = -1;
         posix_spawn_file_actions_destroy(&actions);
-        ::close(out[1]);
-        reader = std::thread([this, fd = out[0]] {
-            char buf[4096];
-            for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;) {
-                std::lock_guard<std::mutex> lock(mutex);
-                output.append(buf, size_t(n));
-                grew.notify_all();
-            }
-            ::close(fd);
-        });
     }
     ~Program() {
         if (pid > 0 && status < 0) {
             ::kill(pid, SIGKILL);
             wait(5000);
         }
-        if (reader.joinable()) reader.join();
+        ::unlink(log.c_str());
     }
     int processId() const { return pid; }
 
     // Waits until the output holds `text` `times` times; false on timeout.
     bool waitFor(const std::string& text, int timeoutMs = 5000, size_t times = 1) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return grew.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                             [&] { return countLocked(text) >= times; });
+        return eventually([&] { return count(text) >= times; }, timeoutMs);
     }
     size_t count(const std::string& text) {
-        std::lock_guard<std::mutex> lock(mutex);
-        return countLocked(text);
+        std::string output = this->text();
+        size_t found = 0;
+        for (size_t at = output.find(text); at != std::string::npos; at = output.find(text, at + 1))
+            ++found;
+        return found;
     }
     std::string text() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return output;
+        std::ifstream in(log, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
     }
     // The exit status once the program ended, -1 when it did not within
     // timeoutMs, -2 when a signal ended it.
@@ -81,25 +72,14 @@ class Program {
         if (status < 0 && pid > 0 &&
             eventually([&] { return waitpid(pid, &raw, WNOHANG) == pid; }, timeoutMs)) {
             status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -2;
-            reader.join();
         }
         return status;
     }
 
   private:
-    size_t countLocked(const std::string& text) {
-        size_t found = 0;
-        for (size_t at = output.find(text); at != std::string::npos; at = output.find(text, at + 1))
-            ++found;
-        return found;
-    }
-
+    const std::string log;
     pid_t pid = -1;
     int status = -1;
-    std::thread reader;
-    std::mutex mutex;
-    std::condition_variable grew;
-    std::string output;
 };
 
 // Reads from `fd` until `size` bytes arrived or timeoutMs passed; what arrived.

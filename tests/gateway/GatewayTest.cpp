@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <orvane/AnyPacket.h>
+#include <pty.h>
 
 #include <atomic>
 #include <filesystem>
@@ -29,15 +30,13 @@ size_t entriesOf(const std::string& dir) {
 
 // orvane-gateway on a free loopback port, started and ready.
 struct Gateway {
-    explicit Gateway(std::vector<std::string> args) : program(withPath(std::move(args))) {
+    explicit Gateway(std::vector<std::string> args)
+        : program(
+              (args.insert(args.begin(), {ORVANE_GATEWAY_PATH, "--listen", "127.0.0.1:0"}), args)) {
         const std::string ready = "gateway listening on 127.0.0.1:";
         EXPECT_TRUE(program.waitFor(ready)) << program.text();
         size_t at = program.text().find(ready);
         if (at != std::string::npos) port = std::stoi(program.text().substr(at + ready.size()));
-    }
-    static std::vector<std::string> withPath(std::vector<std::string> args) {
-        args.insert(args.begin(), {ORVANE_GATEWAY_PATH, "--listen", "127.0.0.1:0"});
-        return args;
     }
     Program program;
     unsigned short port = 0;
@@ -45,10 +44,9 @@ struct Gateway {
 
 // The test plays the serial device on the master end of a pseudo-terminal.
 TEST(Gateway, PassesFramesToTheDeviceByteForByteAndItsAnswersBack) {
-    int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    int master = -1, slave = -1;
     char path[64] = "";
-    ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0 &&
-                ptsname_r(master, path, sizeof path) == 0);
+    ASSERT_EQ(openpty(&master, &slave, path, nullptr, nullptr), 0);
     auto device = [master](size_t size, int timeoutMs = 3000) {
         return readUntil(master, size, timeoutMs);
     };
@@ -59,11 +57,14 @@ TEST(Gateway, PassesFramesToTheDeviceByteForByteAndItsAnswersBack) {
     Client client(gateway.port);
     ASSERT_TRUE(client.connected());
     const std::string request = bytes({0xA5, 0x02, 0x01, 0x02, 0x50, 0x51, 0xA5});  // 01 02
+    auto forwarded = [&] {  // the request is sent and reaches the device unchanged
+        ASSERT_TRUE(client.send(request));
+        EXPECT_EQ(device(request.size()), request);
+    };
     const std::string reply = frameOf(bytes({0x01, 0xA5, 0xA0}));
 
     // Whole, split in three writes, and two frames in one write.
-    ASSERT_TRUE(client.send(request));
-    EXPECT_EQ(device(request.size()), request);
+    forwarded();
     answer(reply);
     EXPECT_EQ(client.receive(reply.size()), reply);
     for (size_t cut : {1, 4}) {
@@ -91,31 +92,29 @@ TEST(Gateway, PassesFramesToTheDeviceByteForByteAndItsAnswersBack) {
 
     // A silent device, an answer that does not decode, and bytes the device
     // sends unasked (discarded, not taken for the next answer).
-    ASSERT_TRUE(client.send(request));
-    EXPECT_EQ(device(request.size()), request);
+    forwarded();
     EXPECT_EQ(client.receive(7, 2000), frameOf(bytes({0xFF, 0x01})));
     EXPECT_TRUE(gateway.program.waitFor("device did not answer within 300 ms"));
-    ASSERT_TRUE(client.send(request));
-    EXPECT_EQ(device(request.size()), request);
+    forwarded();
     std::string garbled = reply;
     garbled[2] ^= 0x10;
     answer(garbled);
     EXPECT_EQ(client.receive(7), frameOf(bytes({0xFF, 0x02})));
     answer(frameOf("\x01stale"));
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    ASSERT_TRUE(client.send(request));
-    EXPECT_EQ(device(request.size()), request);
+    forwarded();
     answer(reply);
     EXPECT_EQ(client.receive(reply.size()), reply);
     EXPECT_TRUE(gateway.program.waitFor("discarded 11 bytes the device sent unasked"));
     EXPECT_EQ(gateway.program.count("crc error"), 2u);  // the client's and the device's
-    ::close(master);
+    ::close(master), ::close(slave);
 }
 
 // One gateway with its simulated device serves, in turn: a client that asks
-// every command, concurrent clients, clients that vanish mid-frame, socat and
-// the client program; its threads and descriptors are then as before, and
-// SIGTERM ends it cleanly.
+// for an echo and the status, concurrent clients, clients that vanish
+// mid-frame, socat and the client program (with a command the device does
+// not know); its threads and descriptors are then as before, and SIGTERM
+// ends it cleanly.
 TEST(Gateway, ServesClientsOfEveryKindWithoutGrowingAndQuitsOnSigterm) {
     Gateway gateway({"--status-interval", "0.2"});
     const std::string echo = frameOf(bytes({0x01, 0xA5, 0x00, 0x7F}));
@@ -123,8 +122,6 @@ TEST(Gateway, ServesClientsOfEveryKindWithoutGrowingAndQuitsOnSigterm) {
         Client client(gateway.port);
         ASSERT_TRUE(client.send(echo));
         EXPECT_EQ(client.receive(echo.size()), echo);
-        ASSERT_TRUE(client.send(frameOf(bytes({0x09, 0x01}))));
-        EXPECT_EQ(client.receive(7), frameOf(bytes({0xFF, 0x03})));
         ASSERT_TRUE(client.send(frameOf(bytes({0x02}))));
         std::string status = client.receive(200, 300);  // until the frame is complete
         status = AnyPacket::Frame().decode(status);

@@ -148,7 +148,7 @@ class ORVANE_API EventLoop {
     // Runs `change` now on the loop's thread and returns its result; from
     // another thread queues it and returns true.
     bool apply(std::function<bool()> change);
-    // Queues `fn` for the loop's thread and wakes the loop.
+    // Queues `fn` for the loop's thread and, from another thread, wakes the loop.
     void enqueue(std::function<void()> fn);
     void wake();
     bool addSource(int fd, unsigned interest, Handler handler, int timerId, const char* method);

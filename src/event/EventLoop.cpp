@@ -83,8 +83,8 @@ void EventLoop::enqueue(std::function<void()> fn) {
         queue.push_back(std::move(fn));
     }
     // The loop drains the whole queue per pass, so only the first entry of
-    // a batch needs to wake it.
-    if (wasEmpty) wake();
+    // a batch needs to wake it; its own thread is awake already.
+    if (wasEmpty && !isInLoopThread()) wake();
 }
 
 void EventLoop::wake() {
@@ -228,12 +228,8 @@ bool EventLoop::post(std::function<void()> fn) {
         ORVANE_ERROR("empty function");
         return false;
     }
-    if (isInLoopThread()) {
-        // Still queued, so that it runs after the functions posted before.
-        std::lock_guard<std::mutex> lock(queueMutex);
-        queue.push_back(std::move(fn));
-        return true;
-    }
+    // Queued on the loop's thread too, so that it runs after the functions
+    // posted before.
     enqueue(std::move(fn));
     return true;
 }

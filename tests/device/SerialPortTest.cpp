@@ -112,8 +112,7 @@ TEST(SerialPort, ConfiguresExchangesWaitsAndDrivesRs485OverAPty) {
         EXPECT_EQ(got.c_iflag, 0u);
         EXPECT_EQ(got.c_oflag, before.c_oflag & ~OPOST);
         EXPECT_EQ(got.c_lflag, before.c_lflag & ~(ISIG | ICANON | ECHO | ECHOE));
-        EXPECT_EQ(got.c_cc[VMIN], 1);
-        EXPECT_EQ(got.c_cc[VTIME], 10);
+        EXPECT_EQ(got.c_cc[VMIN] * 100 + got.c_cc[VTIME], 110);  // VMIN 1, VTIME 10
         EXPECT_EQ(fcntl(port.fd(), F_GETFL) & (O_ACCMODE | O_SYNC | O_NONBLOCK), O_RDWR | O_SYNC);
         EXPECT_NE(fcntl(port.fd(), F_GETFD) & FD_CLOEXEC, 0);
         EXPECT_EQ(port.recvData(buf, sizeof buf, 0), -2);

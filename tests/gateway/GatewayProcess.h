@@ -36,6 +36,7 @@ class Program {
                                          0600);
         posix_spawn_file_actions_adddup2(&actions, 1, 2);
         std::vector<char*> args;
+        args.reserve(argv.size() + 1);
         for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
         args.push_back(nullptr);
         if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ) != 0) pid = -1;

@@ -134,6 +134,7 @@ TEST(Gateway, ServesClientsOfEveryKindWithoutGrowingAndQuitsOnSigterm) {
 
     std::atomic<int> answered{0};
     std::vector<std::thread> clients;
+    clients.reserve(8);
     for (int c = 0; c < 8; ++c) {
         clients.emplace_back([&, c] {
             Client client(gateway.port);

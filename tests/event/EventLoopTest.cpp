@@ -39,6 +39,7 @@ TEST(EventLoop, RunsHandlersAndTimersOnTheCallersThreadWithoutPolling) {
         if (n > 0) ::close(fd[1]);
         if (n == 0 && !loop.unwatch(ready)) ADD_FAILURE() << "unwatch refused";
     }));
+    auto started = Clock::now();  // before the timers are armed
     int ticks = 0, once = 0, periodic = 0;
     periodic = loop.addTimer(20, 20, [&] {
         if (++ticks == 4) {
@@ -49,7 +50,6 @@ TEST(EventLoop, RunsHandlersAndTimersOnTheCallersThreadWithoutPolling) {
     ASSERT_GT(loop.addTimer(10, 0, [&] { ++once; }), 0);
     ASSERT_EQ(::write(fd[1], "abc", 3), 3);
     long self = syscall(SYS_gettid), sleepsBefore = sleepsOf(self);
-    auto started = Clock::now();
     EXPECT_TRUE(loop.run());
     long sleeps = sleepsOf(self) - sleepsBefore;
     ::close(fd[0]);

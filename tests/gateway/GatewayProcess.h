@@ -15,10 +15,8 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
-
-#include "support/Eventually.h"
-#include "support/LogCapture.h"
 
 extern char** environ;
 
@@ -26,14 +24,18 @@ namespace orvane::test {
 
 // A program run with its standard output and error collected in a file,
 // for tests that check what it logs and how it ends. Killed if still running
-// at the end.
+// at the end. The gateway benchmark uses it too, so this header needs no
+// test support code.
 class Program {
   public:
-    explicit Program(const std::vector<std::string>& argv) : log(tempPath("program")) {
+    explicit Program(const std::vector<std::string>& argv) {
+        char path[] = "/tmp/orvane_program_XXXXXX";
+        int fd = mkostemp(path, O_CLOEXEC);
+        if (fd >= 0) ::close(fd);
+        log = path;
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_APPEND,
-                                         0600);
+        posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_APPEND, 0600);
         posix_spawn_file_actions_adddup2(&actions, 1, 2);
         std::vector<char*> args;
         args.reserve(argv.size() + 1);
@@ -53,7 +55,7 @@ class Program {
 
     // Waits until the output holds `text` `times` times; false on timeout.
     bool waitFor(const std::string& text, int timeoutMs = 5000, size_t times = 1) {
-        return eventually([&] { return count(text) >= times; }, timeoutMs);
+        return within(timeoutMs, [&] { return count(text) >= times; });
     }
     size_t count(const std::string& text) {
         std::string output = this->text();
@@ -71,14 +73,25 @@ class Program {
     int wait(int timeoutMs) {
         int raw = 0;
         if (status < 0 && pid > 0 &&
-            eventually([&] { return waitpid(pid, &raw, WNOHANG) == pid; }, timeoutMs)) {
+            within(timeoutMs, [&] { return waitpid(pid, &raw, WNOHANG) == pid; })) {
             status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -2;
         }
         return status;
     }
 
   private:
-    const std::string log;
+    // Polls `done` every millisecond until it holds or timeoutMs passed.
+    template <class Pred>
+    static bool within(int timeoutMs, Pred done) {
+        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        while (!done()) {
+            if (std::chrono::steady_clock::now() >= end) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return true;
+    }
+
+    std::string log;
     pid_t pid = -1;
     int status = -1;
 };

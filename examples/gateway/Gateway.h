@@ -35,13 +35,15 @@ enum ErrorCode : unsigned char {
 };
 std::string errorPayload(ErrorCode code);
 
-// Writes one log line "<X>date [who] text" through the Tracer.
-void logLine(int level, const char* who, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
-#define GW_DEBUG(who, ...) ::gateway::logLine(0, who, __VA_ARGS__)
-#define GW_INFO(who, ...) ::gateway::logLine(1, who, __VA_ARGS__)
-#define GW_WARN(who, ...) ::gateway::logLine(2, who, __VA_ARGS__)
-#define GW_ERROR(who, ...) ::gateway::logLine(3, who, __VA_ARGS__)
+// Log lines in the library's own shape, "<I>date [SerialSide::onStart,L41] text",
+// through Tracer::printAt. Call them from named functions, not lambdas, whose
+// __func__ is "operator()".
+#define GW_LOG(level, who, ...) \
+    ::orvane::Tracer::getInstance().printAt(level, who, __func__, __LINE__, __VA_ARGS__)
+#define GW_DEBUG(who, ...) GW_LOG(0, who, __VA_ARGS__)
+#define GW_INFO(who, ...) GW_LOG(1, who, __VA_ARGS__)
+#define GW_WARN(who, ...) GW_LOG(2, who, __VA_ARGS__)
+#define GW_ERROR(who, ...) GW_LOG(3, who, __VA_ARGS__)
 
 struct Options {
     std::string listenHost = "127.0.0.1";
@@ -169,6 +171,7 @@ class NetworkSide : public orvane::Component {
     void adopt(std::unique_ptr<orvane::TcpSocket>& socket);
     void onEvents(uint64_t id, unsigned events);
     void receive(uint64_t id, Client& client);
+    void deliver(uint64_t id, const std::string& frame);
     void send(uint64_t id, Client& client, const std::string& bytes);
     void closeClient(uint64_t id, const char* why);
     void closeIdle();

@@ -70,6 +70,8 @@ void NetworkSide::adopt(std::unique_ptr<orvane::TcpSocket>& socket) {
         return;  // the server closes it
     }
     ++stats.clients;
+    GW_INFO("NetworkSide", "client %s connected (%d connected)", name.c_str(),
+            stats.clients.load());
     fcntl(socket->fd(), F_SETFL, fcntl(socket->fd(), F_GETFL) | O_NONBLOCK);
     int noDelay = 1;  // answers are small and awaited: send each at once
     setsockopt(socket->fd(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
@@ -80,8 +82,6 @@ void NetworkSide::adopt(std::unique_ptr<orvane::TcpSocket>& socket) {
         entry.socket = std::move(*client);
         entry.name = name;
         entry.lastHeard = orvane::Time::fromMono();
-        GW_INFO("NetworkSide", "client %s connected (%d connected)", name.c_str(),
-                stats.clients.load());
         if (!loop_.watch(entry.socket->fd(), orvane::EventLoop::READABLE,
                          [this, id](int, unsigned events) { onEvents(id, events); })) {
             closeClient(id, "dropped: cannot watch it");
@@ -133,14 +133,17 @@ void NetworkSide::receive(uint64_t id, Client& client) {
 
 void NetworkSide::reply(uint64_t id, const std::string& payload) {
     std::string frame = codec.encode(payload);
-    loop_.post([this, id, frame] {
-        auto found = clients.find(id);
-        if (found == clients.end()) {
-            GW_DEBUG("NetworkSide", "answer for a client that left dropped");
-            return;
-        }
-        send(id, found->second, frame);
-    });
+    loop_.post([this, id, frame] { deliver(id, frame); });
+}
+
+// On the loop's thread: the answer goes to the client if it is still there.
+void NetworkSide::deliver(uint64_t id, const std::string& frame) {
+    auto found = clients.find(id);
+    if (found == clients.end()) {
+        GW_DEBUG("NetworkSide", "answer for a client that left dropped");
+        return;
+    }
+    send(id, found->second, frame);
 }
 
 // Sends `bytes` after what is pending; what the socket does not take waits

@@ -1,4 +1,3 @@
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
@@ -8,19 +7,6 @@ namespace gateway {
 
 std::string errorPayload(ErrorCode code) {
     return std::string{static_cast<char>(0xFF), static_cast<char>(code)};
-}
-
-void logLine(int level, const char* who, const char* format, ...) {
-    static const char kTags[] = {'D', 'I', 'W', 'E'};
-    orvane::Tracer& tracer = orvane::Tracer::getInstance();
-    if (!tracer.enabled(level)) return;
-    char text[512];
-    va_list args;
-    va_start(args, format);
-    vsnprintf(text, sizeof text, format, args);
-    va_end(args);
-    tracer.print(level, "<%c>%s [%s] %s", kTags[level],
-                 orvane::DateTime::getDateTime().toString().c_str(), who, text);
 }
 
 bool splitHostPort(const std::string& text, std::string* host, unsigned short* port) {

@@ -148,8 +148,11 @@ class ORVANE_API EventLoop {
         EventLoop* loop;
     };
 
-    // Runs `change` now on the loop's thread, else queues it.
-    bool apply(std::function<void()> change);
+    // Runs `change` now on the loop's thread and returns its result; from
+    // another thread queues it and returns true.
+    bool apply(std::function<bool()> change);
+    // Queues `fn` for the loop's thread and, from another thread, wakes the loop.
+    void enqueue(std::function<void()> fn);
     void wake();
     bool addSource(int fd, unsigned interest, Handler handler, int timerId, const char* method);
     bool removeSource(int fd, const char* method);

@@ -30,6 +30,11 @@ std::string firstWord(const std::string& text) {
     return text.substr(0, end);
 }
 
+// "<root>/gpio<pin>": the directory the kernel makes for an exported pin.
+std::string pinDir(const std::string& root, int pin) {
+    return root + "/gpio" + std::to_string(pin);
+}
+
 bool isDirectory(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
@@ -51,7 +56,7 @@ bool PinCtrl::exportPin(int pin) {
         ORVANE_ERROR("bad pin:%d", pin);
         return false;
     }
-    std::string dir = root_ + "/gpio" + std::to_string(pin);
+    std::string dir = pinDir(root_, pin);
     if (isDirectory(dir)) return true;
     int err = detail::writeSmallFile(root_ + "/export", std::to_string(pin));
     if (err != 0) {
@@ -90,11 +95,11 @@ bool PinCtrl::open(int pin, int direction) {
         ORVANE_ERROR("bad pin:%d or direction:%d (0 in, 1 out)", pin, direction);
         return false;
     }
-    bool wasExported = isDirectory(root_ + "/gpio" + std::to_string(pin));
+    bool wasExported = isDirectory(pinDir(root_, pin));
     if (!exportPin(pin)) return false;
     pin_ = pin;
     exported_ = !wasExported;
-    std::string valuePath = root_ + "/gpio" + std::to_string(pin) + "/value";
+    std::string valuePath = pinDir(root_, pin) + "/value";
     if (setDirection(direction)) {
         value_.reset(::open(valuePath.c_str(), O_RDWR | O_CLOEXEC));
         if (value_) return true;
@@ -118,7 +123,7 @@ std::string PinCtrl::attrPath(const char* attr, const char* method) const {
         ORVANE_ERROR_IN(method, "pin not open");
         return "";
     }
-    return root_ + "/gpio" + std::to_string(pin_) + "/" + attr;
+    return pinDir(root_, pin_) + "/" + attr;
 }
 
 bool PinCtrl::writeAttr(const char* attr, const std::string& text, const char* method) {

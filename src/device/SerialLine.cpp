@@ -9,17 +9,26 @@
 
 namespace orvane {
 
+namespace {
+
+// The open port's termios into *tio; a failure is logged for `method` of
+// `className`.
+bool currentTermios(const std::string& className, const char* method, int fd, termios* tio) {
+    if (tcgetattr(fd, tio) == 0) return true;
+    int err = errno;
+    ORVANE_ERROR_IN(method, "tcgetattr error: %s", strerror(err));
+    return false;
+}
+
+}  // namespace
+
 bool SerialPort::setLine(const LineSettings& line) {
     if (!isOpen()) {
         ORVANE_ERROR("Device is not open, cannot set line %s", lineText(line).c_str());
         return false;
     }
     termios tio{};
-    if (tcgetattr(fd_.get(), &tio) != 0) {
-        int err = errno;
-        ORVANE_ERROR("tcgetattr error: %s", strerror(err));
-        return false;
-    }
+    if (!currentTermios(className, __func__, fd_.get(), &tio)) return false;
     std::string error;
     if (!detail::lineTermios(line, &tio, &error)) {
         ORVANE_ERROR("%s", error.c_str());
@@ -39,11 +48,7 @@ bool SerialPort::getLine(LineSettings* line) {
         return false;
     }
     termios tio{};
-    if (tcgetattr(fd_.get(), &tio) != 0) {
-        int err = errno;
-        ORVANE_ERROR("tcgetattr error: %s", strerror(err));
-        return false;
-    }
+    if (!currentTermios(className, __func__, fd_.get(), &tio)) return false;
     *line = detail::lineOf(tio);
     return true;
 }

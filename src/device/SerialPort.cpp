@@ -6,9 +6,12 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
+#include "device/SerialTermios.h"
 #include "io/WaitFd.h"
 #include "log/LogLine.h"
 
@@ -16,16 +19,10 @@ namespace orvane {
 
 namespace {
 
-struct BaudEntry {
-    int baud;
-    speed_t speed;
-};
-
-constexpr BaudEntry kBaudTable[] = {
-    {1200, B1200},     {2400, B2400},     {4800, B4800},     {9600, B9600},     {19200, B19200},
-    {38400, B38400},   {57600, B57600},   {115200, B115200}, {230400, B230400}, {460800, B460800},
-    {500000, B500000}, {576000, B576000}, {921600, B921600},
-};
+// The rates the baud attribute accepts; their termios constants come from
+// the table of every line rate (detail::lineSpeed).
+constexpr int kBaudTable[] = {1200,   2400,   4800,   9600,   19200,  38400, 57600,
+                              115200, 230400, 460800, 500000, 576000, 921600};
 
 // The accepted values of each attribute, as its messages name it; the baud
 // rate is checked against kBaudTable instead.
@@ -55,13 +52,8 @@ constexpr tcflag_t kFlowCtrl2Bits = 0x1C00;
 // value of IXON | IXANY | IXOFF) into c_cflag, where it means HUPCL | CLOCAL |
 // CBAUDEX.
 bool serialBaudSpeed(int baud, speed_t* speed) {
-    for (const BaudEntry& entry : kBaudTable) {
-        if (entry.baud == baud) {
-            *speed = entry.speed;
-            return true;
-        }
-    }
-    return false;
+    return std::find(std::begin(kBaudTable), std::end(kBaudTable), baud) != std::end(kBaudTable) &&
+           detail::lineSpeed(baud, speed);
 }
 
 void serialRawTermios(termios* tio, speed_t speed, int databits, int stopbits, int parity,

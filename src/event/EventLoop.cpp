@@ -69,21 +69,22 @@ bool EventLoop::isInLoopThread() const {
     return running.load() && loopThread.load() == std::this_thread::get_id();
 }
 
-bool EventLoop::apply(std::function<void()> change) {
-    if (isInLoopThread()) {
-        change();
-        return true;
-    }
+bool EventLoop::apply(std::function<bool()> change) {
+    if (isInLoopThread()) return change();
+    enqueue([change = std::move(change)] { change(); });
+    return true;
+}
+
+void EventLoop::enqueue(std::function<void()> fn) {
     bool wasEmpty;
     {
         std::lock_guard<std::mutex> lock(queueMutex);
         wasEmpty = queue.empty();
-        queue.push_back(std::move(change));
+        queue.push_back(std::move(fn));
     }
     // The loop drains the whole queue per pass, so only the first entry of
-    // a batch needs to wake it.
-    if (wasEmpty) wake();
-    return true;
+    // a batch needs to wake it; its own thread is awake already.
+    if (wasEmpty && !isInLoopThread()) wake();
 }
 
 void EventLoop::wake() {
@@ -99,8 +100,9 @@ bool EventLoop::watch(int fd, unsigned interest, Handler handler) {
         ORVANE_ERROR("bad source: fd %d, interest 0x%X", fd, interest);
         return false;
     }
-    if (isInLoopThread()) return addSource(fd, interest, std::move(handler), 0, __func__);
-    return apply([this, fd, interest, handler] { addSource(fd, interest, handler, 0, "watch"); });
+    return apply([this, fd, interest, handler = std::move(handler)]() mutable {
+        return addSource(fd, interest, std::move(handler), 0, "watch");
+    });
 }
 
 bool EventLoop::modify(int fd, unsigned interest) {
@@ -108,7 +110,7 @@ bool EventLoop::modify(int fd, unsigned interest) {
         ORVANE_ERROR("bad source: fd %d, interest 0x%X", fd, interest);
         return false;
     }
-    auto change = [this, fd, interest] {
+    return apply([this, fd, interest] {
         auto key = keys.find(fd);
         if (key == keys.end()) {
             ORVANE_ERROR_IN("modify", "fd %d is not watched", fd);
@@ -124,14 +126,11 @@ bool EventLoop::modify(int fd, unsigned interest) {
         }
         sources_[key->second].interest = interest;
         return true;
-    };
-    if (isInLoopThread()) return change();
-    return apply(change);
+    });
 }
 
 bool EventLoop::unwatch(int fd) {
-    if (isInLoopThread()) return removeSource(fd, __func__);
-    return apply([this, fd] { removeSource(fd, "unwatch"); });
+    return apply([this, fd] { return removeSource(fd, "unwatch"); });
 }
 
 bool EventLoop::addSource(int fd, unsigned interest, Handler handler, int timerId,
@@ -190,6 +189,7 @@ int EventLoop::addTimer(int firstMs, int periodMs, std::function<void()> fn) {
                 timerFd, READABLE, [this, id](int, unsigned) { fireTimer(id); }, id, "addTimer")) {
             timers.erase(id);
         }
+        return true;  // the id is the result
     });
     return id;
 }
@@ -201,9 +201,11 @@ bool EventLoop::cancelTimer(int timerId) {
     }
     return apply([this, timerId] {
         auto timer = timers.find(timerId);
-        if (timer == timers.end()) return;  // fired once and gone, or cancelled before
-        removeSource(timer->second.fd.get(), "cancelTimer");
-        timers.erase(timer);
+        if (timer != timers.end()) {  // else fired once and gone, or cancelled before
+            removeSource(timer->second.fd.get(), "cancelTimer");
+            timers.erase(timer);
+        }
+        return true;
     });
 }
 
@@ -226,13 +228,10 @@ bool EventLoop::post(std::function<void()> fn) {
         ORVANE_ERROR("empty function");
         return false;
     }
-    if (isInLoopThread()) {
-        // Still queued, so that it runs after the functions posted before.
-        std::lock_guard<std::mutex> lock(queueMutex);
-        queue.push_back(std::move(fn));
-        return true;
-    }
-    return apply(std::move(fn));
+    // Queued on the loop's thread too, so that it runs after the functions
+    // posted before.
+    enqueue(std::move(fn));
+    return true;
 }
 
 void EventLoop::runPosted() {

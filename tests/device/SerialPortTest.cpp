@@ -10,10 +10,12 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstring>
+#include <string>
 #include <thread>
 #include <vector>
 
-#include "support/LogCapture.h"
+#include "device/SerialTermios.h"
+#include "support/Refusal.h"
 
 // While a test points this at a list, every ioctl() of the process (the
 // library's included) is recorded there instead of reaching the driver: the
@@ -49,7 +51,7 @@ namespace {
 // A pseudo-terminal: the port opens the slave by name, the test plays the
 // device on the master.
 struct Pty {
-    Pty() { openpty(&master, &slave, name, nullptr, nullptr); }
+    Pty() { EXPECT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0); }
     ~Pty() { ::close(master), ::close(slave); }
     int master = -1, slave = -1;
     char name[64] = {};
@@ -110,8 +112,7 @@ TEST(SerialPort, ConfiguresExchangesWaitsAndDrivesRs485OverAPty) {
         EXPECT_EQ(got.c_iflag, 0u);
         EXPECT_EQ(got.c_oflag, before.c_oflag & ~OPOST);
         EXPECT_EQ(got.c_lflag, before.c_lflag & ~(ISIG | ICANON | ECHO | ECHOE));
-        EXPECT_EQ(got.c_cc[VMIN], 1);
-        EXPECT_EQ(got.c_cc[VTIME], 10);
+        EXPECT_EQ(got.c_cc[VMIN] * 100 + got.c_cc[VTIME], 110);  // VMIN 1, VTIME 10
         EXPECT_EQ(fcntl(port.fd(), F_GETFL) & (O_ACCMODE | O_SYNC | O_NONBLOCK), O_RDWR | O_SYNC);
         EXPECT_NE(fcntl(port.fd(), F_GETFD) & FD_CLOEXEC, 0);
         EXPECT_EQ(port.recvData(buf, sizeof buf, 0), -2);
@@ -161,31 +162,113 @@ TEST(SerialPort, RefusesBadInputWithItsLineAndLeaksNothing) {
     {
         SerialPort port;
         refused(port.setAttribute(0, 14400), -1, "setAttribute", "Unsupport baud:14400.");
-        refused(port.setAttribute(1, 4), -1, "setAttribute", "Unsupport databits:4.");
-        refused(port.setAttribute(2, 0), -1, "setAttribute", "Unsupport stopbits:0.");
-        refused(port.setAttribute(3, -1), -1, "setAttribute", "Unsupport parity:-1.");
-        refused(port.setAttribute(4, 3), -1, "setAttribute", "Unsupport flowctrl:3.");
         refused(port.setAttribute(9, 1), 0, "setAttribute", "Unsupport attribute:9.");
         refused(port.setAttribute(6, 1), -1, "setAttribute",
                 "Device is not open,cannot set attibute:6!");
-        char buf[4];
-        refused(port.recvData(buf, 4, 0), -1, "recvData", "parameter error.");
-        refused(port.open("", 2), false, "open", "Parameter error.");
-        refused(port.open("/dev/null", 3), false, "open", "Parameter error.");
         refused(port.open("/x/y", 2), false, "open", "Open /x/y error: No such file or directory");
         // Not a tty: the line cannot be configured and the port stays open.
         refused(port.open("/dev/null", 2), false, "open", "Can't set attribute!");
         refused(port.open("/dev/null", 2), false, "open", "Device is already opened!");
         refused(port.setAttribute(0, 9600), -1, "setAttribute",
                 "Device is allready open, cannot set attribute:0!");
-        refused(port.setAttribute(5, 3), -1, "setAttribute", "Unsupport datamode:3.");
-        refused(port.setAttribute(6, 2), -1, "setAttribute", "Unsupport rs485dir:2.");
-        refused(port.sendData(nullptr, 4, 0), -1, "sendData", "parameter error.");
+        char buf[4];
         refused(port.recvData(buf, 0, 0), -1, "recvData", "parameter error.");
-        refused(port.sendData(buf, -5, 0), -1, "sendData", "parameter error.");
         EXPECT_EQ(port.getAttribute(SerialPort::BAUD), 115200);  // refusals store nothing
+        EXPECT_EQ(port.getAttribute(7), -1);
     }  // the destructor closes what the failed open left open
     EXPECT_EQ(test::openFdCount(), fds);
+}
+
+using Line = SerialPort::LineSettings;
+using Parity = Line::Parity;
+using Flow = Line::Flow;
+
+// A termios as a cooked terminal starts, with bits the line must clear.
+termios cookedTermios() {
+    termios tio{};
+    tio.c_iflag = ICRNL | IXON | IXANY | ISTRIP;
+    tio.c_oflag = OPOST | ONLCR;
+    tio.c_cflag = CS7 | CSTOPB | PARENB | PARODD | CRTSCTS | HUPCL;
+    tio.c_lflag = ISIG | ICANON | ECHO | ECHOE | IEXTEN;
+    cfsetspeed(&tio, B9600);
+    return tio;
+}
+
+TEST(SerialPortLine, BuildsTheTermiosOfEachLineAndReadsItBack) {
+    using P = Parity;
+    using F = Flow;
+    const tcflag_t PAR = PARENB, ODD = PARODD, TWO = CSTOPB, RTS = CRTSCTS, RX = CREAD | CLOCAL;
+    // The line, its speed, c_cflag bits set and cleared, and c_iflag exactly.
+    const struct {
+        Line line;
+        speed_t speed;
+        tcflag_t set, clear, iflag;
+    } rows[] = {
+        {{9600, 8, P::Even, 1, F::None}, B9600, CS8 | PAR | RX, ODD | TWO | RTS, INPCK},
+        {{19200, 7, P::Odd, 2, F::Hardware}, B19200, CS7 | PAR | ODD | TWO | RTS, 0, INPCK},
+        {{115200, 8, P::None, 1, F::Software}, B115200, CS8, PAR | ODD | TWO | RTS, IXON | IXOFF},
+        {{4000000, 5, P::None, 2, F::None}, B4000000, CS5 | TWO, PAR | RTS, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(SerialPort::lineText(row.line));
+        termios tio = cookedTermios();
+        std::string error;
+        ASSERT_TRUE(detail::lineTermios(row.line, &tio, &error)) << error;
+        EXPECT_EQ(cfgetospeed(&tio), row.speed);
+        EXPECT_EQ(cfgetispeed(&tio), row.speed);
+        EXPECT_EQ(tio.c_cflag & (row.set | row.clear), row.set);
+        EXPECT_EQ(tio.c_iflag, row.iflag);
+        EXPECT_EQ(tio.c_oflag & OPOST, 0u);
+        EXPECT_EQ(tio.c_lflag & (ISIG | ICANON | ECHO | ECHOE | IEXTEN), 0u);
+        EXPECT_EQ(tio.c_cc[VMIN] * 100 + tio.c_cc[VTIME], 110);  // VMIN 1, VTIME 10
+        EXPECT_EQ(SerialPort::lineText(detail::lineOf(tio)), SerialPort::lineText(row.line));
+    }
+    const std::pair<Line, const char*> bad[] = {
+        {{14400, 8, Parity::None, 1, Flow::None}, "unsupported baud rate 14400"},
+        {{9600, 8, Parity::None, 3, Flow::None}, "unsupported stop bits 3"},
+        {{9600, 8, static_cast<Parity>(3), 1, Flow::None}, "unsupported parity 3"},
+    };
+    for (const auto& [line, reason] : bad) {
+        termios tio = cookedTermios(), before = tio;
+        std::string error;
+        EXPECT_FALSE(detail::lineTermios(line, &tio, &error));
+        EXPECT_EQ(error, reason);
+        bool leftAlone = tio.c_iflag == before.c_iflag && tio.c_oflag == before.c_oflag &&
+                         tio.c_cflag == before.c_cflag && tio.c_lflag == before.c_lflag &&
+                         cfgetospeed(&tio) == cfgetospeed(&before) &&
+                         memcmp(tio.c_cc, before.c_cc, sizeof tio.c_cc) == 0;
+        EXPECT_TRUE(leftAlone) << reason;
+    }
+}
+
+TEST(SerialPortLine, APtyKeepsSoftwareFlowButDropsParityAndForcesEightBits) {
+    Pty pty;
+    SerialPort port;
+    Line read;
+    test::expectRefusal([&] { return port.setLine(Line()); },
+                        "<E>DATE [SerialPort::setLine,L#] Device is not open, cannot set line "
+                        "115200 8N1 flow none");
+    test::expectRefusal([&] { return port.getLine(&read); },
+                        "<E>DATE [SerialPort::getLine,L#] parameter error.");
+    ASSERT_TRUE(port.open(pty.name, 2));
+    ASSERT_TRUE(port.setLine({9600, 7, Parity::Even, 2, Flow::Software}));
+    ASSERT_TRUE(port.getLine(&read));
+    // The pty keeps speed, stop bits and software flow, drops parity, forces CS8.
+    EXPECT_EQ(SerialPort::lineText(read), "9600 8N2 flow sw");
+    termios tio{};  // what the test reads on its own agrees
+    ASSERT_EQ(tcgetattr(pty.slave, &tio), 0);
+    EXPECT_EQ(cfgetospeed(&tio), B9600);
+    EXPECT_EQ(tio.c_iflag & (IXON | IXOFF), tcflag_t(IXON | IXOFF));
+    EXPECT_EQ(port.getAttribute(SerialPort::BAUD), 115200);  // attributes unchanged
+    ASSERT_EQ(::write(pty.master, "a\rb\n", 4), 4);          // raw: no CR/LF translation
+    char buf[8] = {};
+    EXPECT_EQ(port.recvData(buf, sizeof buf, 1000000), 4);
+    EXPECT_EQ(std::string(buf, 4), "a\rb\n");
+    Line noStop{9600, 8, Parity::None, 0, Flow::None};
+    test::expectRefusal([&] { return port.setLine(noStop); },
+                        "<E>DATE [SerialPort::setLine,L#] unsupported stop bits 0");
+    ASSERT_TRUE(port.getLine(&read));
+    EXPECT_EQ(read.stopBits, 2);  // refused: unchanged
 }
 
 }  // namespace

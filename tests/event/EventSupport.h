@@ -1,10 +1,21 @@
 #pragma once
 
-#include <chrono>
-#include <thread>
+// What the event tests share: the clock helpers and the support headers.
 
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/Descriptors.h"
 #include "support/Eventually.h"
 #include "support/ProcTasks.h"
+#include "support/Refusal.h"
 
 namespace orvane::test {
 

@@ -12,9 +12,8 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <cstring>
-#include <mutex>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,90 +22,78 @@ extern char** environ;
 
 namespace orvane::test {
 
-// A program run with its standard output and error collected, for tests
-// that check what it logs and how it ends.
+// A program run with its standard output and error collected in a file,
+// for tests that check what it logs and how it ends. Killed if still running
+// at the end. The gateway benchmark uses it too, so this header needs no
+// test support code.
 class Program {
   public:
     explicit Program(const std::vector<std::string>& argv) {
-        int out[2];
-        if (pipe2(out, O_CLOEXEC) != 0) return;
+        char path[] = "/tmp/orvane_program_XXXXXX";
+        int fd = mkostemp(path, O_CLOEXEC);
+        if (fd >= 0) ::close(fd);
+        log = path;
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-        posix_spawn_file_actions_adddup2(&actions, out[1], 2);
+        posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_APPEND, 0600);
+        posix_spawn_file_actions_adddup2(&actions, 1, 2);
         std::vector<char*> args;
+        args.reserve(argv.size() + 1);
         for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
         args.push_back(nullptr);
         if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ) != 0) pid = -1;
         posix_spawn_file_actions_destroy(&actions);
-        ::close(out[1]);
-        reader = std::thread([this, fd = out[0]] {
-            char buf[4096];
-            ssize_t n;
-            while ((n = ::read(fd, buf, sizeof buf)) > 0) {
-                std::lock_guard<std::mutex> lock(mutex);
-                output.append(buf, size_t(n));
-                grew.notify_all();
-            }
-            ::close(fd);
-        });
     }
     ~Program() {
         if (pid > 0 && status < 0) {
             ::kill(pid, SIGKILL);
             wait(5000);
         }
-        if (reader.joinable()) reader.join();
+        ::unlink(log.c_str());
     }
-
-    bool started() const { return pid > 0; }
     int processId() const { return pid; }
 
-    // Waits until the output holds `text` `count` times; false on timeout.
-    bool waitFor(const std::string& text, int timeoutMs = 5000, size_t count = 1) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return grew.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                             [&] { return countLocked(text) >= count; });
+    // Waits until the output holds `text` `times` times; false on timeout.
+    bool waitFor(const std::string& text, int timeoutMs = 5000, size_t times = 1) {
+        return within(timeoutMs, [&] { return count(text) >= times; });
     }
     size_t count(const std::string& text) {
-        std::lock_guard<std::mutex> lock(mutex);
-        return countLocked(text);
+        std::string output = this->text();
+        size_t found = 0;
+        for (size_t at = output.find(text); at != std::string::npos; at = output.find(text, at + 1))
+            ++found;
+        return found;
     }
     std::string text() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return output;
+        std::ifstream in(log, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
     }
-    // The exit status after the program ended, -1 when it did not within
+    // The exit status once the program ended, -1 when it did not within
     // timeoutMs, -2 when a signal ended it.
     int wait(int timeoutMs) {
-        if (status >= 0 || pid <= 0) return status;
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
         int raw = 0;
-        while (waitpid(pid, &raw, WNOHANG) == 0) {
-            if (std::chrono::steady_clock::now() >= deadline) return -1;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        if (status < 0 && pid > 0 &&
+            within(timeoutMs, [&] { return waitpid(pid, &raw, WNOHANG) == pid; })) {
+            status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -2;
         }
-        status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -2;
-        if (reader.joinable()) reader.join();
         return status;
     }
 
   private:
-    size_t countLocked(const std::string& text) {
-        size_t found = 0;
-        for (size_t at = output.find(text); at != std::string::npos;
-             at = output.find(text, at + 1)) {
-            ++found;
+    // Polls `done` every millisecond until it holds or timeoutMs passed.
+    template <class Pred>
+    static bool within(int timeoutMs, Pred done) {
+        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        while (!done()) {
+            if (std::chrono::steady_clock::now() >= end) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
-        return found;
+        return true;
     }
 
+    std::string log;
     pid_t pid = -1;
     int status = -1;
-    std::thread reader;
-    std::mutex mutex;
-    std::condition_variable grew;
-    std::string output;
 };
 
 // Reads from `fd` until `size` bytes arrived or timeoutMs passed; what arrived.
@@ -115,38 +102,33 @@ inline std::string readUntil(int fd, size_t size, int timeoutMs) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (got.size() < size) {
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                        deadline - std::chrono::steady_clock::now())
-                        .count();
+            deadline - std::chrono::steady_clock::now());
         pollfd ready{fd, POLLIN, 0};
-        if (left <= 0 || poll(&ready, 1, int(left)) <= 0) break;
         char buf[1024];
-        ssize_t n = ::read(fd, buf, std::min(sizeof buf, size - got.size()));
+        ssize_t n = left.count() > 0 && poll(&ready, 1, int(left.count())) > 0
+                        ? ::read(fd, buf, std::min(sizeof buf, size - got.size()))
+                        : 0;
         if (n <= 0) break;
         got.append(buf, size_t(n));
     }
     return got;
 }
 
-// A TCP client on loopback with plain socket calls.
+// A TCP client of a loopback port with plain socket calls.
 class Client {
   public:
-    explicit Client(unsigned short port) {
-        fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    explicit Client(unsigned short port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-            ::close(fd);
-            fd = -1;
-        }
+        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) close();
     }
     ~Client() { close(); }
     bool connected() const { return fd >= 0; }
     bool send(const std::string& bytes) {
         return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == ssize_t(bytes.size());
     }
-    // Reads until `size` bytes arrived or timeoutMs passed; what arrived.
     std::string receive(size_t size, int timeoutMs = 3000) {
         return readUntil(fd, size, timeoutMs);
     }
@@ -158,12 +140,9 @@ class Client {
     }
     // Closes with a reset instead of an orderly end when `abort` is set.
     void close(bool abort = false) {
-        if (fd < 0) return;
-        if (abort) {
-            linger hard{1, 0};
-            setsockopt(fd, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-        }
-        ::close(fd);
+        linger hard{1, 0};
+        if (abort) setsockopt(fd, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+        if (fd >= 0) ::close(fd);
         fd = -1;
     }
 

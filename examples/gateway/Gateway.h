@@ -35,15 +35,9 @@ enum ErrorCode : unsigned char {
 };
 std::string errorPayload(ErrorCode code);
 
-// Log lines in the library's own shape, "<I>date [SerialSide::onStart,L41] text",
-// through Tracer::printAt. Call them from named functions, not lambdas, whose
-// __func__ is "operator()".
-#define GW_LOG(level, who, ...) \
-    ::orvane::Tracer::getInstance().printAt(level, who, __func__, __LINE__, __VA_ARGS__)
-#define GW_DEBUG(who, ...) GW_LOG(0, who, __VA_ARGS__)
-#define GW_INFO(who, ...) GW_LOG(1, who, __VA_ARGS__)
-#define GW_WARN(who, ...) GW_LOG(2, who, __VA_ARGS__)
-#define GW_ERROR(who, ...) GW_LOG(3, who, __VA_ARGS__)
+// Log lines go through ORVANE_LOG_INFO and its siblings (orvane/Tracer.h),
+// in the library's own shape: "<I>date [SerialSide::onStart,L41] text". Call
+// them from named functions, not lambdas, whose __func__ is "operator()".
 
 struct Options {
     std::string listenHost = "127.0.0.1";

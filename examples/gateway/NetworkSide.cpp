@@ -65,13 +65,13 @@ bool NetworkSide::onStop() {
 void NetworkSide::adopt(std::unique_ptr<orvane::TcpSocket>& socket) {
     std::string name = peerName(socket->fd());
     if (stats.clients.load() >= options.maxClients) {
-        GW_WARN("NetworkSide", "client %s refused: %d clients connected (--max-clients %d)",
-                name.c_str(), stats.clients.load(), options.maxClients);
+        ORVANE_LOG_WARN("NetworkSide", "client %s refused: %d clients connected (--max-clients %d)",
+                        name.c_str(), stats.clients.load(), options.maxClients);
         return;  // the server closes it
     }
     ++stats.clients;
-    GW_INFO("NetworkSide", "client %s connected (%d connected)", name.c_str(),
-            stats.clients.load());
+    ORVANE_LOG_INFO("NetworkSide", "client %s connected (%d connected)", name.c_str(),
+                    stats.clients.load());
     fcntl(socket->fd(), F_SETFL, fcntl(socket->fd(), F_GETFL) | O_NONBLOCK);
     int noDelay = 1;  // answers are small and awaited: send each at once
     setsockopt(socket->fd(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
@@ -120,13 +120,14 @@ void NetworkSide::receive(uint64_t id, Client& client) {
         std::string payload = codec.decode(frame);  // a bad frame is logged there
         if (payload.empty()) {
             if (frame == codec.encode("")) {
-                GW_WARN("NetworkSide", "empty request from %s ignored", client.name.c_str());
+                ORVANE_LOG_WARN("NetworkSide", "empty request from %s ignored",
+                                client.name.c_str());
             }
             continue;
         }
         ++stats.requests;
-        GW_DEBUG("NetworkSide", "request from %s: %s", client.name.c_str(),
-                 orvane::StrUtil::hexView(payload).c_str());
+        ORVANE_LOG_DEBUG("NetworkSide", "request from %s: %s", client.name.c_str(),
+                         orvane::StrUtil::hexView(payload).c_str());
         serial->submit(id, payload);
     }
 }
@@ -140,7 +141,7 @@ void NetworkSide::reply(uint64_t id, const std::string& payload) {
 void NetworkSide::deliver(uint64_t id, const std::string& frame) {
     auto found = clients.find(id);
     if (found == clients.end()) {
-        GW_DEBUG("NetworkSide", "answer for a client that left dropped");
+        ORVANE_LOG_DEBUG("NetworkSide", "answer for a client that left dropped");
         return;
     }
     send(id, found->second, frame);
@@ -177,7 +178,7 @@ void NetworkSide::closeClient(uint64_t id, const char* why) {
     std::string name = found->second.name;
     clients.erase(found);  // closes the socket
     int left = --stats.clients;
-    GW_INFO("NetworkSide", "client %s %s (%d connected)", name.c_str(), why, left);
+    ORVANE_LOG_INFO("NetworkSide", "client %s %s (%d connected)", name.c_str(), why, left);
 }
 
 void NetworkSide::closeIdle() {
@@ -213,11 +214,11 @@ bool StatusSide::onStop() {
 }
 
 void StatusSide::report(const char* when) {
-    GW_INFO("Status", "%s: up %.0f s, %d clients, %llu requests, %llu answers, %llu errors", when,
-            double(orvane::Time::usSinceMono(started)) / 1e6, stats.clients.load(),
-            static_cast<unsigned long long>(stats.requests.load()),
-            static_cast<unsigned long long>(stats.answers.load()),
-            static_cast<unsigned long long>(stats.errors.load()));
+    ORVANE_LOG_INFO("Status", "%s: up %.0f s, %d clients, %llu requests, %llu answers, %llu errors",
+                    when, double(orvane::Time::usSinceMono(started)) / 1e6, stats.clients.load(),
+                    static_cast<unsigned long long>(stats.requests.load()),
+                    static_cast<unsigned long long>(stats.answers.load()),
+                    static_cast<unsigned long long>(stats.errors.load()));
 }
 
 }  // namespace gateway

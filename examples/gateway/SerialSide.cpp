@@ -31,15 +31,17 @@ bool SerialSide::onStart() {
     orvane::SerialPort::LineSettings actual;
     if (port.getLine(&actual) &&
         orvane::SerialPort::lineText(actual) != orvane::SerialPort::lineText(options.line)) {
-        GW_WARN("SerialSide", "serial line %s asked for %s (%d baud), driver runs %s (%d baud)",
-                path.c_str(), orvane::SerialPort::lineText(options.line).c_str(), options.line.baud,
-                orvane::SerialPort::lineText(actual).c_str(), actual.baud);
+        ORVANE_LOG_WARN(
+            "SerialSide", "serial line %s asked for %s (%d baud), driver runs %s (%d baud)",
+            path.c_str(), orvane::SerialPort::lineText(options.line).c_str(), options.line.baud,
+            orvane::SerialPort::lineText(actual).c_str(), actual.baud);
     }
     if (options.rs485) port.setAttribute(orvane::SerialPort::DATAMODE, 2);
     if (device && !device->start()) return false;
     lineOpen = true;
-    GW_INFO("SerialSide", "serial line %s open, %s%s", path.c_str(),
-            orvane::SerialPort::lineText(options.line).c_str(), options.rs485 ? ", RS-485" : "");
+    ORVANE_LOG_INFO("SerialSide", "serial line %s open, %s%s", path.c_str(),
+                    orvane::SerialPort::lineText(options.line).c_str(),
+                    options.rs485 ? ", RS-485" : "");
     return true;
 }
 
@@ -91,12 +93,12 @@ void SerialSide::discardStale() {
     int discarded = 0, n;
     while ((n = port.recvData(buf, sizeof buf, 0)) > 0) discarded += n;
     if (discarded > 0)
-        GW_WARN("SerialSide", "discarded %d bytes the device sent unasked", discarded);
+        ORVANE_LOG_WARN("SerialSide", "discarded %d bytes the device sent unasked", discarded);
 }
 
 std::string SerialSide::exchange(const std::string& payload) {
     if (!lineOpen) {
-        GW_WARN("SerialSide", "request dropped: the serial line is closed");
+        ORVANE_LOG_WARN("SerialSide", "request dropped: the serial line is closed");
         return errorPayload(kWriteFailed);
     }
     discardStale();
@@ -109,41 +111,42 @@ std::string SerialSide::exchange(const std::string& payload) {
                             : port.sendData(frame.data() + sent, int(frame.size() - sent),
                                             static_cast<int>(leftUs));
         if (n <= 0) {
-            GW_ERROR("SerialSide", "writing the request to the serial port failed (%s)",
-                     n == -2 ? "timeout" : "error");
+            ORVANE_LOG_ERROR("SerialSide", "writing the request to the serial port failed (%s)",
+                             n == -2 ? "timeout" : "error");
             return errorPayload(kWriteFailed);
         }
         sent += static_cast<size_t>(n);
     }
-    GW_DEBUG("SerialSide", "request sent: %s", orvane::StrUtil::hexView(frame).c_str());
+    ORVANE_LOG_DEBUG("SerialSide", "request sent: %s", orvane::StrUtil::hexView(frame).c_str());
     orvane::AnyPacket parser;
     char buf[512];
     for (;;) {
         int64_t leftUs = usUntil(started, timeoutUs);
         if (leftUs <= 0) {
-            GW_WARN("SerialSide", "device did not answer within %d ms", options.timeoutMs);
+            ORVANE_LOG_WARN("SerialSide", "device did not answer within %d ms", options.timeoutMs);
             return errorPayload(kNoAnswer);
         }
         if (!lineOpen) {
-            GW_WARN("SerialSide", "request abandoned: the gateway is stopping");
+            ORVANE_LOG_WARN("SerialSide", "request abandoned: the gateway is stopping");
             return errorPayload(kNoAnswer);
         }
         int n =
             port.recvData(buf, sizeof buf, static_cast<int>(std::min<int64_t>(leftUs, kSliceUs)));
         if (n == -2) continue;
         if (n <= 0) {
-            GW_ERROR("SerialSide", "reading the serial port failed");
+            ORVANE_LOG_ERROR("SerialSide", "reading the serial port failed");
             return errorPayload(kNoAnswer);
         }
         std::vector<std::string> frames = parser.parse(std::string(buf, static_cast<size_t>(n)));
         if (frames.empty()) continue;
         if (frames.size() > 1) {
-            GW_WARN("SerialSide", "device sent %zu frames, the first is the answer", frames.size());
+            ORVANE_LOG_WARN("SerialSide", "device sent %zu frames, the first is the answer",
+                            frames.size());
         }
         std::string answer = codec.decode(frames.front());  // a bad frame is logged there
         if (answer.empty()) {
             if (frames.front() == codec.encode(""))
-                GW_WARN("SerialSide", "device sent an empty answer");
+                ORVANE_LOG_WARN("SerialSide", "device sent an empty answer");
             return errorPayload(kBadAnswer);
         }
         return answer;

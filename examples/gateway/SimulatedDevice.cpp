@@ -28,7 +28,7 @@ bool SimulatedDevice::open() {
     if (!master || grantpt(master.get()) != 0 || unlockpt(master.get()) != 0 ||
         ptsname_r(master.get(), name, sizeof name) != 0) {
         int err = errno;
-        GW_ERROR("SimulatedDevice", "cannot create a pseudo-terminal: %s", strerror(err));
+        ORVANE_LOG_ERROR("SimulatedDevice", "cannot create a pseudo-terminal: %s", strerror(err));
         master.reset();
         return false;
     }
@@ -42,7 +42,7 @@ bool SimulatedDevice::start() {
                     [this](int fd, unsigned events) { onReadable(fd, events); })) {
         return false;
     }
-    GW_INFO("SimulatedDevice", "simulated device on %s", slavePath.c_str());
+    ORVANE_LOG_INFO("SimulatedDevice", "simulated device on %s", slavePath.c_str());
     return loop.start();
 }
 
@@ -54,7 +54,7 @@ void SimulatedDevice::onReadable(int fd, unsigned events) {
     if (n < 0 && errno == EAGAIN) return;
     if (n <= 0) {
         // The port side closed its end: nothing to serve until it opens again.
-        GW_DEBUG("SimulatedDevice", "port side closed (events 0x%X)", events);
+        ORVANE_LOG_DEBUG("SimulatedDevice", "port side closed (events 0x%X)", events);
         loop.unwatch(fd);
         return;
     }
@@ -64,7 +64,7 @@ void SimulatedDevice::onReadable(int fd, unsigned events) {
         std::string out = codec.encode(answer(request));
         if (::write(fd, out.data(), out.size()) != ssize_t(out.size())) {
             int err = errno;
-            GW_ERROR("SimulatedDevice", "answer not written: %s", strerror(err));
+            ORVANE_LOG_ERROR("SimulatedDevice", "answer not written: %s", strerror(err));
         }
     }
 }
@@ -72,8 +72,8 @@ void SimulatedDevice::onReadable(int fd, unsigned events) {
 std::string SimulatedDevice::answer(const std::string& request) {
     if (request[0] == kEcho) return request;
     if (request[0] != kStatus) {
-        GW_WARN("SimulatedDevice", "unknown command 0x%02X",
-                static_cast<unsigned char>(request[0]));
+        ORVANE_LOG_WARN("SimulatedDevice", "unknown command 0x%02X",
+                        static_cast<unsigned char>(request[0]));
         return errorPayload(kUnknownCommand);
     }
     stat.updateStat();

@@ -74,14 +74,15 @@ int main(int argc, char** argv) {
     // client is accepted, and no request is on it when the clients go.
     if (!app.addComponent("serial", serial) || !app.addComponent("network", network) ||
         !app.addComponent("status", status_) || !app.startup(2, orvane::SchedParam())) {
-        GW_ERROR("Gateway", "gateway failed to start");
+        ORVANE_LOG_ERROR("Gateway", "gateway failed to start");
         return 1;
     }
-    GW_INFO("Gateway", "gateway listening on %s:%u, device %s", options.listenHost.c_str(),
-            network->port(), options.serialPath.empty() ? "simulated" : options.serialPath.c_str());
+    ORVANE_LOG_INFO("Gateway", "gateway listening on %s:%u, device %s", options.listenHost.c_str(),
+                    network->port(),
+                    options.serialPath.empty() ? "simulated" : options.serialPath.c_str());
 
     app.waitForStop(options.runForS);
     app.quit();
-    GW_INFO("Gateway", "gateway stopped");
+    ORVANE_LOG_INFO("Gateway", "gateway stopped");
     return 0;
 }

@@ -138,13 +138,11 @@ bool SerialLogger::openLog() {
     return true;
 }
 
-// serial.log becomes serial.log.1, the older ones move up one, and the one
-// past --keep is dropped.
+// serial.log becomes serial.log.1 and the older ones move up one; the move
+// onto serial.log.<keep> replaces, and so drops, the oldest.
 void SerialLogger::rotate() {
     std::string base = options.dir + "/serial.log";
     log.close();
-    std::string oldest = base + "." + std::to_string(options.keep);
-    if (orvane::File::exists(oldest)) orvane::File::remove(oldest);
     for (int i = options.keep - 1; i >= 1; --i) {
         std::string from = base + "." + std::to_string(i);
         if (orvane::File::exists(from))

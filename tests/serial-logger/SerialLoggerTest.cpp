@@ -158,7 +158,7 @@ TEST_F(SerialLoggerTest, SigtermWritesEveryReceivedLineAndExitsZero) {
     EXPECT_EQ(lines(), expected);
 }
 
-TEST_F(SerialLoggerTest, RefusesBadCommandLines) {
+TEST_F(SerialLoggerTest, RefusesBadCommandLinesAndEndsAfterRunFor) {
     std::ofstream(dir + "/file") << "a file, not a directory";
     const std::string serial = dir + "/dev";
     const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
@@ -167,6 +167,10 @@ TEST_F(SerialLoggerTest, RefusesBadCommandLines) {
         {{"--serial", serial, "--dir", dir, "--status", "nohost"}, 2, "--status"},
         {{"--dir", dir}, 2, "serial"},
         {{"--serial", serial, "--dir", dir + "/file/log"}, 1, dir + "/file/log"},
+        {{"--help"}, 0, "--max-bytes"},
+        {{"--serial", dir + "/none", "--dir", dir, "--status", "127.0.0.1:0", "--run-for", "0.2"},
+         0,
+         "not there yet"},
     };
     for (const auto& [args, status, says] : cases) {
         std::vector<std::string> argv{ORVANE_SERIAL_LOGGER_PATH};

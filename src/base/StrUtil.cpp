@@ -331,9 +331,14 @@ std::string StrUtil::humanSize(uint64_t bytes) {
         scale <<= 10;
         ++unit;
     }
+    // (bytes * 10 + unitSize / 2) / unitSize without overflow, in 64 bits on
+    // every target (32-bit ones have no 128-bit integer): the whole units
+    // times ten, plus the rest's tenths. unitSize is a power of two from 1024
+    // to 2^60, so halving both sides of the rest's division keeps its value
+    // and its numerator below 2^63.
     auto tenthsOf = [bytes](uint64_t unitSize) {
-        return static_cast<uint64_t>((static_cast<unsigned __int128>(bytes) * 10 + unitSize / 2) /
-                                     unitSize);
+        uint64_t rest = bytes % unitSize;
+        return bytes / unitSize * 10 + (rest * 5 + unitSize / 4) / (unitSize / 2);
     };
     uint64_t tenths = tenthsOf(scale);
     if (tenths >= 10240 && unit < 6) {

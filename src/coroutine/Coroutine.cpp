@@ -134,21 +134,21 @@ inline void tsanRenewFiber(void*& fiber) {
 
 // Registers [begin, end) as a stack with valgrind and returns its id; 0 and
 // nothing to do without valgrind's headers.
+// On a target valgrind does not support, its macros ignore their arguments.
 inline unsigned valgrindRegisterStack(unsigned char* begin, unsigned char* end) {
+    (void)begin;
+    (void)end;
 #if defined(ORVANE_HAVE_VALGRIND_H)
     return VALGRIND_STACK_REGISTER(begin, end);
 #else
-    (void)begin;
-    (void)end;
     return 0;
 #endif
 }
 
 inline void valgrindDeregisterStack(unsigned id) {
+    (void)id;
 #if defined(ORVANE_HAVE_VALGRIND_H)
     VALGRIND_STACK_DEREGISTER(id);
-#else
-    (void)id;
 #endif
 }
 

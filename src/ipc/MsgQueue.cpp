@@ -23,7 +23,9 @@ namespace {
 
 constexpr long kMaxMessages = 10;
 constexpr long kMessageSize = sizeof(MsgBody);
-// A deadline that has always passed: send and receive never wait.
+// A deadline that has always passed: send and receive never wait. Each call
+// passes its own copy: qemu-user writes the deadline back after a
+// successful send and fails with EFAULT on read-only memory.
 constexpr timespec kPastDeadline{0, 10};
 constexpr const char* kMqueueDir = "/dev/mqueue";
 
@@ -76,14 +78,16 @@ int MsgQueue::sendMsg(const MsgBody& msg) {
         ORVANE_ERROR("msg data len must be less than %d!", 128);
         return -1;
     }
-    int rc = ::mq_timedsend(mqd.get(), reinterpret_cast<const char*>(&msg), sizeof msg, 0,
-                            &kPastDeadline);
+    timespec deadline = kPastDeadline;
+    int rc =
+        ::mq_timedsend(mqd.get(), reinterpret_cast<const char*>(&msg), sizeof msg, 0, &deadline);
     return rc == 0 ? 0 : -1;
 }
 
 int MsgQueue::recvMsg(const MsgBody& msg, int) {
     char* into = reinterpret_cast<char*>(const_cast<MsgBody*>(&msg));
-    ssize_t n = ::mq_timedreceive(mqd.get(), into, sizeof msg, nullptr, &kPastDeadline);
+    timespec deadline = kPastDeadline;
+    ssize_t n = ::mq_timedreceive(mqd.get(), into, sizeof msg, nullptr, &deadline);
     return n < 0 ? -1 : 0;
 }
 

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "io/TempDirFixture.h"
+#include "support/Descriptors.h"
 #include "support/Eventually.h"
 #include "support/Refusal.h"
 
@@ -93,7 +94,7 @@ TEST_F(PinCtrlTest, DrivesAnExportedPinThroughItsAttributeFilesAndRefusesBadInpu
 // written to export; the pin exported by open() is unexported by close().
 TEST_F(PinCtrlTest, ExportsAPinForItsLifetime) {
     // Counted before the "kernel" starts: it opens the export file as it polls.
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     std::atomic<bool> quit{false};
     std::thread kernel([&] {
         while (!quit && slurp(dir + "/export") != "5")
@@ -106,10 +107,10 @@ TEST_F(PinCtrlTest, ExportsAPinForItsLifetime) {
         quit = true;
         kernel.join();
         EXPECT_EQ(pin.getDirection(), PIN_IN);
-        EXPECT_EQ(test::openFdCount(), fds + 1);  // the value file
+        EXPECT_EQ(test::fdsOpenedSince(fds).size(), 1u);  // the value file
     }
     EXPECT_EQ(slurp(dir + "/unexport"), "5");
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
     test::expectRefusal(
         [&] { return PinCtrl(dir + "/missing").open(9, PIN_OUT); },
         "<E>DATE [PinCtrl::exportPin,L#] export gpio9 error:No such file or directory");

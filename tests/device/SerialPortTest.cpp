@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "device/SerialTermios.h"
+#include "support/Descriptors.h"
 #include "support/Refusal.h"
 
 // While a test points this at a list, every ioctl() of the process (the
@@ -158,7 +159,7 @@ TEST(SerialPort, TellsAHangUpFromSilence) {
 }
 
 TEST(SerialPort, RefusesBadInputWithItsLineAndLeaksNothing) {
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     {
         SerialPort port;
         refused(port.setAttribute(0, 14400), -1, "setAttribute", "Unsupport baud:14400.");
@@ -176,7 +177,7 @@ TEST(SerialPort, RefusesBadInputWithItsLineAndLeaksNothing) {
         EXPECT_EQ(port.getAttribute(SerialPort::BAUD), 115200);  // refusals store nothing
         EXPECT_EQ(port.getAttribute(7), -1);
     }  // the destructor closes what the failed open left open
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
 }
 
 using Line = SerialPort::LineSettings;

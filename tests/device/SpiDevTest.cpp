@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "device/SpiTransfer.h"
+#include "support/Descriptors.h"
 #include "support/LogCapture.h"
 
 namespace orvane {
@@ -17,7 +18,7 @@ void refused(bool result, const char* method, const std::string& text) {
 }
 
 TEST(SpiDev, RefusesMissingDevicesAndBadInputWithItsLine) {
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     SpiDev spi;
     refused(spi.open("/no/spidev0.0", 0, 1000000, 0, 8), "open", "open /no/spidev0.0 error!");
     // Not a spidev: the first ioctl fails. Loopback with dual transmit also
@@ -28,7 +29,7 @@ TEST(SpiDev, RefusesMissingDevicesAndBadInputWithItsLine) {
     refused(spi.transfer(nullptr, 4, buf, 4), "transfer", "txbuf cannot be null!");
     refused(spi.transfer(buf, 2, buf, ~0u), "transfer", "message too long: 2 + 4294967295 bytes");
     refused(spi.transfer(buf, 2, buf, 2), "transfer", "SPI_IOC_MESSAGE error: Bad file descriptor");
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
 }
 
 // Outside loopback, more transmit wires drop the receive buffer and more

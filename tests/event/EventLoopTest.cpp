@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "event/EventSupport.h"
+#include "support/Descriptors.h"
 
 namespace orvane::test {
 namespace {
@@ -92,7 +93,7 @@ TEST(EventLoop, RefusesBadRequestsWithALogLineEach) {
 
 TEST(EventLoop, RunsPostsInCallOrderOnItsOwnThreadAndLeavesNothingBehind) {
     size_t threads = threadCount();
-    int fds = openFdCount();
+    const std::vector<int> fds = openFds();
     std::vector<int> order;
     std::atomic<int> offLoop{0};
     {
@@ -121,7 +122,7 @@ TEST(EventLoop, RunsPostsInCallOrderOnItsOwnThreadAndLeavesNothingBehind) {
         ASSERT_TRUE(loop.start());  // a stopped loop starts again
     }
     EXPECT_TRUE(eventually([&] { return threadCount() == threads; }));
-    EXPECT_EQ(openFdCount(), fds);
+    EXPECT_EQ(fdsOpenedSince(fds), std::vector<int>());
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <sys/timerfd.h>
 
 #include "event/EventSupport.h"
+#include "support/Descriptors.h"
 
 namespace orvane::test {
 namespace {
@@ -51,7 +52,7 @@ TEST(TimerManager, FiresOneShotAndPeriodicTimersFromRegistration) {
 TEST(RTimerAndHRTimer, RefuseBadParametersFirePeriodicallyAndOnceForOneShot) {
     LogCapture::get();
     size_t threads = threadCount();
-    int fds = openFdCount();
+    const std::vector<int> fds = openFds();
     {
         Recorder real(7), high(3);
         Timer every(1, true);
@@ -79,7 +80,7 @@ TEST(RTimerAndHRTimer, RefuseBadParametersFirePeriodicallyAndOnceForOneShot) {
         ASSERT_TRUE(manager.start() && manager.registerTimer(every, [&] { real.onTimer(7); }));
     }
     EXPECT_TRUE(eventually([&] { return threadCount() == threads; }));
-    EXPECT_EQ(openFdCount(), fds);
+    EXPECT_EQ(fdsOpenedSince(fds), std::vector<int>());
 }
 
 // Descriptor 0 (standard input closed) counts as not open: Poller::close()

@@ -1,6 +1,7 @@
 #include <orvane/File.h>
 
 #include "io/TempDirFixture.h"
+#include "support/Descriptors.h"
 
 namespace orvane {
 namespace {
@@ -27,7 +28,7 @@ TEST_F(FileTest, WriteMergeBufferReachesTheStreamInWholeBuffers) {
 
 // File's own operations log under File, the ones it inherits under IODevice.
 TEST_F(FileTest, RefusesClosedFilesAndBadArgumentsWithoutLeaking) {
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     {
         File file;
         char buf[8];
@@ -40,7 +41,7 @@ TEST_F(FileTest, RefusesClosedFilesAndBadArgumentsWithoutLeaking) {
         ASSERT_TRUE(file.open(p, IO_READ) && file.open(p, IO_READ_WRITE));  // replaces the stream
         EXPECT_EQ(file.readData(buf, sizeof buf), 3);
     }
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
 }
 
 // An empty line and the end of the file both give 0; the end keeps the partial line.

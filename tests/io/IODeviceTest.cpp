@@ -42,7 +42,7 @@ TEST_F(IODeviceTest, EachClassOpensItsOwnFlagsForAMode) {
 
 TEST_F(IODeviceTest, CreatesOnlyInCreatingModesAndReopensWithTheSameMode) {
     std::string path = dir + "/dev";
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     {
         IODevice dev;
         char buf[16] = {};
@@ -62,7 +62,7 @@ TEST_F(IODeviceTest, CreatesOnlyInCreatingModesAndReopensWithTheSameMode) {
         EXPECT_EQ(dev.readData(buf, sizeof buf), 11);
         EXPECT_EQ(std::string(buf, 11), "01234567XYZ");
     }
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
 }
 
 TEST_F(IODeviceTest, WaitsForReadinessAndTimesOutWithoutAMessage) {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "support/ChildProcess.h"
+#include "support/Descriptors.h"
 #include "support/Refusal.h"
 
 namespace orvane {
@@ -28,7 +29,7 @@ class MemSharedTest : public ::testing::Test {
 };
 
 TEST_F(MemSharedTest, AnotherProcessOpensTheObjectByNameAndSeesItsBytes) {
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     MemShared mem;
     char buf[6] = {};
     EXPECT_FALSE(mem.open(shmName, 16, IO_READ, MemShared::TYPE_SHM));  // creates nothing
@@ -49,19 +50,19 @@ TEST_F(MemSharedTest, AnotherProcessOpensTheObjectByNameAndSeesItsBytes) {
     EXPECT_STREQ(buf, "reply");
     mem.close();
     EXPECT_NE(::access(("/dev/shm" + shmName).c_str(), F_OK), 0);  // close unlinked it
-    EXPECT_EQ(test::openFdCount(), fds + 1);                       // but kept its descriptor open
+    EXPECT_EQ(test::fdsOpenedSince(fds).size(), 1u);               // but kept its descriptor open
 }
 
 // A TYPE_FILE block's descriptor is closed and its file kept.
 TEST_F(MemSharedTest, FileBackedBlockCreatesItsDirectoryAndSurvivesClose) {
     std::string path = dir + "/a/b/block.bin", payload(100, 'x');
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     {
         MemShared mem;
         ASSERT_TRUE(mem.open(path, 64, IO_TRUNCATE, MemShared::TYPE_FILE));
         EXPECT_EQ(mem.putData(payload.data(), 100), 64);  // cut to the block's size
     }
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
     MemShared reader;
     ASSERT_TRUE(reader.open(path, 0, IO_READ, MemShared::TYPE_FILE));
     EXPECT_EQ(reader.putData("no", 2), -1);  // mapped read-only

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "support/Descriptors.h"
 #include "support/PrivateMount.h"
 #include "support/Refusal.h"
 
@@ -17,7 +18,7 @@ TEST(MsgQueue, HoldsTenRecordsNeverWaitsRefusesBadOnesAndIsSharedAcrossFork) {
     if (!Directory::exists("/dev/mqueue") && ::geteuid() != 0) {
         GTEST_SKIP() << "/dev/mqueue is missing and mounting it needs root";
     }
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     {
         MsgQueue queue(0x4f000000 | ::getpid());
         ASSERT_TRUE(queue.initialize());
@@ -52,7 +53,7 @@ TEST(MsgQueue, HoldsTenRecordsNeverWaitsRefusesBadOnesAndIsSharedAcrossFork) {
             "<E>DATE [MsgQueue::sendMsg,L#] msg data len must be less than 128!");
         EXPECT_EQ(queue.recvMsg(got, 0), -1);  // neither was queued
     }
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
     auto& factory = MsgQueueFactory::getInstance();
     std::shared_ptr<MsgQueue> queue = factory.getMsgQueue(0x4e000000 | ::getpid());
     EXPECT_TRUE(queue != nullptr && factory.getMsgQueue(0x4e000000 | ::getpid()) == queue);

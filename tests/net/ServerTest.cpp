@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "net/NetTestUtil.h"
+#include "support/Descriptors.h"
 #include "support/Eventually.h"
 
 namespace orvane {
@@ -29,7 +30,7 @@ class UpperServer : public Base {
 
 TEST(TcpServer, ServesOnAThreadClosesClientsItDoesNotKeepAndStops) {
     auto& capture = test::LogCapture::fresh();
-    int before = test::openFdCount();
+    const std::vector<int> before = test::openFds();
     {
         UpperServer<TcpServer> server;
         Thread thread("TcpServerTest");
@@ -52,7 +53,7 @@ TEST(TcpServer, ServesOnAThreadClosesClientsItDoesNotKeepAndStops) {
         EXPECT_EQ(readSome(keep), "later");
         for (int fd : {client, keep}) ::close(fd);
     }
-    EXPECT_EQ(test::openFdCount(), before);
+    EXPECT_EQ(test::fdsOpenedSince(before), std::vector<int>());
 }
 
 TEST(LocalTcpServer, AnswersALocalClientOverASocketFile) {

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "net/NetTestUtil.h"
+#include "support/Descriptors.h"
 
 namespace orvane {
 namespace {
@@ -29,7 +30,7 @@ TEST(CANFrame, KeepsTheKernelLayoutAndItsIdentifierRules) {
 }
 
 TEST(SocketCAN, RejectsBadCallsWithOneLineEachAndLeaksNothing) {
-    int before = test::openFdCount();
+    const std::vector<int> before = test::openFds();
     SocketCAN can;
     char buf[64] = {};
     nettest::expectOneLineEach({
@@ -38,7 +39,7 @@ TEST(SocketCAN, RejectsBadCallsWithOneLineEachAndLeaksNothing) {
         {[&] { return can.recvData(buf, 64, 0); }, "[SocketCAN::recvData,L#] socket not open."},
     });
     EXPECT_FALSE(can.open("nosuchcan0", 0));  // with or without CAN support
-    EXPECT_EQ(test::openFdCount(), before);
+    EXPECT_EQ(test::fdsOpenedSince(before), std::vector<int>());
 }
 
 TEST(SocketCAN, CarriesFramesOverAVirtualInterface) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "net/NetTestUtil.h"
+#include "support/Descriptors.h"
 
 namespace orvane {
 namespace {
@@ -43,7 +44,7 @@ TEST(SocketPair, HandsOneEndToAnExecutedProgram) {
 }
 
 TEST(SocketPair, TimesOutReleasesRefusesAndLeaksNothing) {
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     {
         SocketPair pair;
         char buf[8];
@@ -65,12 +66,12 @@ TEST(SocketPair, TimesOutReleasesRefusesAndLeaksNothing) {
              "[SocketPair::open,L#] unsupported socket pair type:7"},
         });
         EXPECT_TRUE(pair.open(SocketPair::STREAM));  // reopening closes the old end 0
-        EXPECT_EQ(test::openFdCount(), fds + 2);
+        EXPECT_EQ(test::fdsOpenedSince(fds).size(), 2u);
         ASSERT_TRUE(pair.closeEnd(1));
         nettest::expectOneLineEach({{[&] { return pair.writeData(0, "x", 1); },
                                      "[SocketPair::writeData,L#] write error:Broken pipe"}});
     }
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
 }
 
 }  // namespace

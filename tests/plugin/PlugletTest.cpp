@@ -6,6 +6,7 @@
 #include <fstream>
 #include <string>
 
+#include "support/Descriptors.h"
 #include "support/LogCapture.h"
 
 namespace orvane {
@@ -39,7 +40,7 @@ TEST(Pluglet, RefusesBadPathsAndTypesAndLogsOnlyTheLoaderError) {
     auto& capture = test::LogCapture::fresh();
     std::string notElf = test::tempPath("not_elf") + ".so";
     std::ofstream(notElf) << "not a shared library\n";
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     Pluglet plugin;
     // Refused before loading, without a line.
     EXPECT_FALSE(plugin.open("", PLUGLET_SHARED_LIB));
@@ -50,7 +51,7 @@ TEST(Pluglet, RefusesBadPathsAndTypesAndLogsOnlyTheLoaderError) {
     std::string line = capture.waitLine(notElf);
     EXPECT_EQ(line.rfind("<E>DATE [Pluglet::open,L#] open pluglet error:" + notElf, 0), 0u) << line;
     EXPECT_EQ(capture.lines().size(), 1u);
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
     unlink(notElf.c_str());
 }
 

@@ -93,7 +93,5 @@ std::string tempPath(const std::string& stem) {
            std::to_string(getpid()) + "_" + std::to_string(serial++);
 }
 
-int openFdCount() { return static_cast<int>(openFds().size()); }
-
 }  // namespace test
 }  // namespace orvane

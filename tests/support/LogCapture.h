@@ -62,8 +62,6 @@ inline void expectRefusal(const std::function<bool()>& call, const std::string& 
 
 // A path under the temporary directory, unique to this process and call.
 std::string tempPath(const std::string& stem);
-// Number of open descriptors of this process (support/Descriptors.h lists them).
-int openFdCount();
 
 }  // namespace test
 }  // namespace orvane

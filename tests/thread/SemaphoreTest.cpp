@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "support/ChildProcess.h"
+#include "support/Descriptors.h"
 #include "support/LogCapture.h"
 
 namespace orvane {
@@ -38,7 +39,7 @@ TEST(Semaphore, UnnamedCountsPostsAndTimesOutByPolling) {
 // The test removes the name it creates; a stale count under it is discarded.
 TEST(Semaphore, NamedOpensAfreshIsSharedWithAnotherProcessAndLeaksNothing) {
     std::string name = "orvane_sem_" + std::to_string(::getpid());
-    int fds = test::openFdCount();
+    const std::vector<int> fds = test::openFds();
     sem_t* stale = ::sem_open(("/" + name).c_str(), O_CREAT, 0600, 7);
     ASSERT_NE(stale, SEM_FAILED);
     ::sem_close(stale);
@@ -61,7 +62,7 @@ TEST(Semaphore, NamedOpensAfreshIsSharedWithAnotherProcessAndLeaksNothing) {
             [&] { return sem.open(-1, name); },
             "<E>DATE [Semaphore::open,L#] open(/" + name + ") error: No such file or directory!");
     }
-    EXPECT_EQ(test::openFdCount(), fds);
+    EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
 }
 
 // lockW waits for the last reader, lockR for the writer; any thread may

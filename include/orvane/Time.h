@@ -25,6 +25,8 @@ class ORVANE_API Time {
     // Truncated toward zero, to the microsecond; NaN gives 0, and the seconds
     // are kept within +-9.2e12 so that toMicroSec() cannot overflow.
     explicit Time(double seconds);
+    // On 32-bit targets unsigned long ends at 2^32 us (71 minutes); there
+    // fromMicroSec() carries any count.
     explicit Time(unsigned long microseconds);
     explicit Time(const timeval& tv);
     explicit Time(const timespec& ts);
@@ -43,6 +45,11 @@ class ORVANE_API Time {
     // tolerance is the width of a band centred on other.
     bool isNear(const Time& other, unsigned int tolerance) const;
 
+    // A count of microseconds of either sign as a Time, normalised as a
+    // difference is (both fields carry the sign). The full 64-bit range on
+    // every target, where Time(unsigned long) and Time(long, long) stop at
+    // 32 bits on 32-bit ones. Any thread; a few instructions.
+    static Time fromMicroSec(int64_t microseconds);
     static Time fromEpoch();
     static Time fromMono();
     // Microseconds elapsed on the monotonic clock since start.

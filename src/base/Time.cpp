@@ -2,6 +2,7 @@
 #include <orvane/Time.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 
@@ -46,6 +47,13 @@ Time::Time(unsigned long microseconds)
     : sec_(static_cast<int64_t>(microseconds / 1000000)),
       usec_(static_cast<int64_t>(microseconds % 1000000)) {}
 
+Time Time::fromMicroSec(int64_t microseconds) {
+    Time t;
+    t.sec_ = microseconds / 1000000;
+    t.usec_ = microseconds % 1000000;
+    return t;
+}
+
 Time::Time(const timeval& tv) : sec_(tv.tv_sec), usec_(tv.tv_usec) {}
 
 Time::Time(const timespec& ts) : sec_(ts.tv_sec), usec_(ts.tv_nsec / 1000) {}
@@ -59,8 +67,7 @@ timeval Time::toTimeval() const {
 
 std::string Time::toString() const {
     char text[48];
-    int n =
-        snprintf(text, sizeof text, "%ld.%06d", static_cast<long>(sec_), static_cast<int>(usec_));
+    int n = snprintf(text, sizeof text, "%" PRId64 ".%06d", sec_, static_cast<int>(usec_));
     return std::string(text, n > 0 ? static_cast<size_t>(n) : 0);
 }
 
@@ -79,11 +86,11 @@ int64_t Time::usSinceMono(const Time& start) { return (fromMono() - start).toMic
 // Through the total in microseconds, so both fields of the result carry its
 // sign and field-by-field comparison orders results by value.
 Time Time::operator+(const Time& other) const {
-    return Time(0L, static_cast<long>(toMicroSec() + other.toMicroSec()));
+    return fromMicroSec(toMicroSec() + other.toMicroSec());
 }
 
 Time Time::operator-(const Time& other) const {
-    return Time(0L, static_cast<long>(toMicroSec() - other.toMicroSec()));
+    return fromMicroSec(toMicroSec() - other.toMicroSec());
 }
 
 bool Time::operator==(const Time& other) const {
@@ -119,7 +126,7 @@ DateTime::DateTime(unsigned y, unsigned mon, unsigned d, unsigned h, unsigned mi
 
 Time DateTime::toEpochTime() const {
     time_t seconds = localSeconds(*this);
-    return Time(static_cast<long>(seconds < 0 ? 0 : seconds), 0L);
+    return Time::fromMicroSec(seconds < 0 ? 0 : static_cast<int64_t>(seconds) * 1000000);
 }
 
 DateTime DateTime::toUTC() const {
@@ -218,7 +225,7 @@ void Rate::reset(float hz) {
 
 void Rate::advance(int64_t elapsedUs) {
     if (elapsedUs < static_cast<int64_t>(2 * period_)) {
-        start_ = start_ + Time(static_cast<unsigned long>(period_));
+        start_ = start_ + Time::fromMicroSec(static_cast<int64_t>(period_));
     } else {
         start_ = Time::fromMono();
     }

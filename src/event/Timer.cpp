@@ -8,13 +8,6 @@
 
 namespace orvane {
 
-namespace {
-
-// Microseconds as a Time, for moving a start point back.
-Time spanOfUs(int64_t us) { return Time(static_cast<unsigned long>(us)); }
-
-}  // namespace
-
 TimerListener::~TimerListener() = default;
 
 // ---- Timer ------------------------------------------------------------------
@@ -47,7 +40,7 @@ bool Timer::checkTimeout(const std::function<void()>& callback) {
     if (!repeat) return true;
     int64_t late = elapsed - intervalUs;
     // Keep the phase unless a whole period or more was missed.
-    start = intervalUs > late ? now - spanOfUs(late) : now;
+    start = intervalUs > late ? now - Time::fromMicroSec(late) : now;
     return true;
 }
 
@@ -141,7 +134,7 @@ void RTimer::run(const Thread& runner) {
             int64_t late = (now - start).toMicroSec() - intervalUs;
             if (late >= 0) {
                 // Keep the phase unless a whole period or more was missed.
-                start = intervalUs < late ? now : now - spanOfUs(late);
+                start = intervalUs < late ? now : now - Time::fromMicroSec(late);
                 listener->onTimer(id);
                 if (!repeat) break;
             }

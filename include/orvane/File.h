@@ -62,8 +62,22 @@ class ORVANE_API File : public IODevice {
     // setvbuf(_IOFBF, size) on the open stream.
     bool setIOBuffer(unsigned int size) override;
 
-    // Size of the open file in bytes; keeps the position. -1 on error.
+    // Size of the open file in bytes; keeps the position. -1 on error, and
+    // (logged) where long cannot hold the size (from 2 GiB on 32-bit targets).
     long getSize();
+    // getPos() and getSize() give -1 (logged) where long cannot hold the
+    // value, and setPos() reaches no further than long does: on 32-bit
+    // targets files past 2 GiB take these 64-bit forms. Each is one stream
+    // call (size(): three) for the thread that owns the File; failures
+    // (not open, a refused seek) are logged.
+    // Size of the open file in bytes, the position kept; -1 on error.
+    int64_t size();
+    // Position of the stream; -1 on error.
+    int64_t pos();
+    // Moves the stream to `offset` from the start; false for a negative
+    // offset or a refused seek (the position then stays).
+    bool seek(int64_t offset);
+    // Position at the size (64-bit, so right for files of any size).
     bool isEnd();
     // Next line without its LF (and a CR before it): its length, 0 at the end
     // of the file or for an empty line, -1 on error. `line` keeps what was read.

@@ -10,9 +10,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <climits>
 #include <utility>
 
+#include "io/Position.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -179,6 +181,10 @@ int64_t DirectFile::getSize() {
 long DirectFile::getPos() {
     if (!fd_.valid()) {
         ORVANE_ERROR("file(%s) not open!", devName.c_str());
+        return -1;
+    }
+    if (!detail::fitsLong(pos_)) {
+        ORVANE_ERROR("file(%s) position %" PRId64 " beyond long!", devName.c_str(), pos_);
         return -1;
     }
     return static_cast<long>(pos_);

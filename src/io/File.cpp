@@ -6,12 +6,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cinttypes>
 #include <cstdint>
 #include <new>
 
+#include "io/Position.h"
 #include "log/LogLine.h"
 
 namespace orvane {
+
+using detail::fitsLong;
 
 namespace {
 
@@ -37,6 +41,24 @@ int fileTypeOf(mode_t mode) {
     if (S_ISSOCK(mode)) return FT_SOCKET;
     if (S_ISFIFO(mode)) return FT_FIFO;
     return FT_UNKNOWN;
+}
+
+// Position of `stream`, -1 on error (errno kept).
+int64_t tellOf(FILE* stream) {
+    off_t at = ::ftello(stream);
+    return at < 0 ? -1 : static_cast<int64_t>(at);
+}
+
+// Size of the file under `stream` by a seek to its end and back; -1 on error
+// (errno kept).
+int64_t sizeOf(FILE* stream) {
+    off_t at = ::ftello(stream);
+    if (at < 0 || ::fseeko(stream, 0, SEEK_END) != 0) return -1;
+    off_t end = ::ftello(stream);
+    int err = errno;
+    ::fseeko(stream, at, SEEK_SET);
+    errno = err;
+    return end < 0 ? -1 : static_cast<int64_t>(end);
 }
 
 constexpr int kChunk = 512;
@@ -173,8 +195,43 @@ long File::getPos() {
         ORVANE_ERROR("file(%s) not open!", devName.c_str());
         return -1;
     }
-    long pos = ::ftell(stream);
-    return pos < 0 ? -1 : pos;
+    int64_t at = tellOf(stream);
+    if (!fitsLong(at)) {
+        ORVANE_ERROR("file(%s) position %" PRId64 " beyond long, use pos()!", devName.c_str(), at);
+        return -1;
+    }
+    return static_cast<long>(at);
+}
+
+int64_t File::pos() {
+    if (stream == nullptr) {
+        ORVANE_ERROR("file(%s) not open!", devName.c_str());
+        return -1;
+    }
+    int64_t at = tellOf(stream);
+    if (at < 0) {
+        int err = errno;
+        ORVANE_ERROR("file(%s) tell error: %s!", devName.c_str(), strerror(err));
+    }
+    return at;
+}
+
+bool File::seek(int64_t offset) {
+    if (stream == nullptr) {
+        ORVANE_ERROR("file(%s) not open!", devName.c_str());
+        return false;
+    }
+    if (offset < 0) {
+        ORVANE_ERROR("file(%s) seek to negative offset %" PRId64 "!", devName.c_str(), offset);
+        return false;
+    }
+    if (::fseeko(stream, static_cast<off_t>(offset), SEEK_SET) != 0) {
+        int err = errno;
+        ORVANE_ERROR("file(%s) seek to %" PRId64 " error: %s!", devName.c_str(), offset,
+                     strerror(err));
+        return false;
+    }
+    return true;
 }
 
 long File::setPos(long pos) {
@@ -203,16 +260,34 @@ long File::getSize() {
         ORVANE_ERROR("file(%s) not open!", devName.c_str());
         return -1;
     }
-    long pos = ::ftell(stream);
-    if (::fseek(stream, 0, SEEK_END) != 0) return -1;
-    long size = ::ftell(stream);
-    ::fseek(stream, pos, SEEK_SET);
-    return size < 0 ? -1 : size;
+    int64_t bytes = sizeOf(stream);
+    if (!fitsLong(bytes)) {
+        ORVANE_ERROR("file(%s) size %" PRId64 " beyond long, use size()!", devName.c_str(), bytes);
+        return -1;
+    }
+    return static_cast<long>(bytes);
+}
+
+int64_t File::size() {
+    if (stream == nullptr) {
+        ORVANE_ERROR("file(%s) not open!", devName.c_str());
+        return -1;
+    }
+    int64_t bytes = sizeOf(stream);
+    if (bytes < 0) {
+        int err = errno;
+        ORVANE_ERROR("file(%s) size error: %s!", devName.c_str(), strerror(err));
+    }
+    return bytes;
 }
 
 bool File::isEnd() {
-    long pos = getPos();
-    return pos >= 0 && pos == getSize();
+    if (stream == nullptr) {
+        ORVANE_ERROR("file(%s) not open!", devName.c_str());
+        return false;
+    }
+    int64_t at = tellOf(stream);
+    return at >= 0 && at == sizeOf(stream);
 }
 
 int File::readLine(std::string* line) {
@@ -264,8 +339,12 @@ std::string File::readAll() { return readAll(devName); }
 
 void* File::mapMemory() {
     if (mapAddr != nullptr) return mapAddr;
-    long size = getSize();
-    size_t length = size < 0 ? 0 : static_cast<size_t>(size);
+    int64_t bytes = size();
+    size_t length = bytes < 0 ? 0 : static_cast<size_t>(bytes);
+    if (static_cast<int64_t>(length) != (bytes < 0 ? 0 : bytes)) {
+        ORVANE_ERROR("file(%s) of %" PRId64 " bytes too large to map!", devName.c_str(), bytes);
+        return nullptr;
+    }
     mapAddr = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.get(), 0);
     if (mapAddr == MAP_FAILED) {
         int err = errno;

@@ -4,6 +4,9 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <cinttypes>
+
+#include "io/Position.h"
 #include "io/WaitFd.h"
 #include "log/LogLine.h"
 
@@ -145,7 +148,13 @@ long IODevice::getPos() {
         return -1;
     }
     off_t pos = ::lseek(fd_.get(), 0, SEEK_CUR);
-    return pos < 0 ? -1 : static_cast<long>(pos);
+    if (pos < 0) return -1;
+    if (!detail::fitsLong(pos)) {
+        ORVANE_ERROR("file(%s) position %" PRId64 " beyond long!", devName.c_str(),
+                     static_cast<int64_t>(pos));
+        return -1;
+    }
+    return static_cast<long>(pos);
 }
 
 long IODevice::setPos(long pos) {

@@ -8,10 +8,15 @@ namespace detail {
 
 // Tells the CPU that this is a spin-wait loop (saves power, frees the
 // sibling hyper-thread); a no-op where the architecture has no such hint.
+// 32-bit ARM has YIELD from ARMv7, and from ARMv6K in ARM state (Thumb-1
+// lacks it); plain ARMv6, the baseline of some armhf distributions, has none.
 inline void cpuRelax() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
-#elif defined(__aarch64__) || defined(__arm__)
+#elif defined(__aarch64__) || (defined(__arm__) && __ARM_ARCH >= 7)
+    asm volatile("yield" ::: "memory");
+#elif defined(__arm__) && (defined(__ARM_ARCH_6K__) || defined(__ARM_ARCH_6KZ__)) && \
+    !defined(__thumb__)
     asm volatile("yield" ::: "memory");
 #endif
 }

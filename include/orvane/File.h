@@ -65,11 +65,12 @@ class ORVANE_API File : public IODevice {
     // Size of the open file in bytes; keeps the position. -1 on error, and
     // (logged) where long cannot hold the size (from 2 GiB on 32-bit targets).
     long getSize();
-    // getPos() and getSize() give -1 (logged) where long cannot hold the
-    // value, and setPos() reaches no further than long does: on 32-bit
-    // targets files past 2 GiB take these 64-bit forms. Each is one stream
-    // call (size(): three) for the thread that owns the File; failures
-    // (not open, a refused seek) are logged.
+
+    // The 64-bit forms of getSize(), getPos() and setPos(). On 32-bit
+    // targets long ends at 2 GiB: there getPos() and getSize() give -1
+    // (logged) past it and setPos() cannot reach beyond it, so files of any
+    // size take these. For the thread that owns the File; one stream call
+    // each (size(): three); failures (not open, a refused seek) are logged.
     // Size of the open file in bytes, the position kept; -1 on error.
     int64_t size();
     // Position of the stream; -1 on error.
@@ -77,6 +78,7 @@ class ORVANE_API File : public IODevice {
     // Moves the stream to `offset` from the start; false for a negative
     // offset or a refused seek (the position then stays).
     bool seek(int64_t offset);
+
     // Position at the size (64-bit, so right for files of any size).
     bool isEnd();
     // Next line without its LF (and a CR before it): its length, 0 at the end

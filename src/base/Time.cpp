@@ -23,7 +23,8 @@ Time now(clockid_t clock) {
 
 // ---- Time -------------------------------------------------------------------
 
-Time::Time(long sec, long usec) : sec_(sec + usec / 1000000), usec_(usec % 1000000) {}
+Time::Time(long sec, long usec)
+    : sec_(static_cast<int64_t>(sec) + usec / 1000000), usec_(usec % 1000000) {}
 
 namespace {
 

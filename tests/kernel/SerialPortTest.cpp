@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "kernel/SerialLink.h"
 #include "support/LogCapture.h"
 #include "support/ToolRun.h"
 
@@ -39,18 +40,6 @@ std::set<std::string> sttyWords(const char* device) {
 std::string sttySpeed(const char* device) {
     std::string text = test::toolOutput(std::string("stty -F ") + device + " speed 2> /dev/null");
     return text.substr(0, text.find('\n'));
-}
-
-// Reads until `len` bytes came or a read waited a second in vain.
-std::string receive(SerialPort& port, size_t len) {
-    std::string got;
-    char buf[1024];
-    while (got.size() < len) {
-        int n = port.recvData(buf, sizeof buf, 1000000);
-        if (n <= 0) break;
-        got.append(buf, static_cast<size_t>(n));
-    }
-    return got;
 }
 
 struct AttributeCase {
@@ -160,12 +149,9 @@ TEST(KernelSerialPort, SetLineReachesTheUart) {
 }
 
 TEST(KernelSerialPort, CarriesEveryByteValueBothWays) {
-    std::string everyByte;
-    for (int i = 0; i < 256; ++i) everyByte.push_back(static_cast<char>(i));
     std::string block;
     for (int i = 0; i < 4096; ++i) block.push_back(static_cast<char>('a' + i % 26));
-    // Line ends, ^C, ^D, XON/XOFF and DEL included: raw mode passes all.
-    const std::vector<std::string> payloads = {"hello\r\n", everyByte, block};
+    const std::vector<std::string> payloads = {"hello\r\n", test::everyByte(), block};
 
     SerialPort near, far;
     ASSERT_TRUE(near.open(kNear, 2));
@@ -175,7 +161,7 @@ TEST(KernelSerialPort, CarriesEveryByteValueBothWays) {
             SerialPort& to = from == &near ? far : near;
             EXPECT_EQ(from->sendData(payload.data(), static_cast<int>(payload.size()), 1000000),
                       static_cast<int>(payload.size()));
-            EXPECT_EQ(receive(to, payload.size()), payload) << payload.size() << " bytes";
+            EXPECT_EQ(test::receive(to, payload.size()), payload) << payload.size() << " bytes";
             // No echo on either side.
             char extra;
             EXPECT_EQ(from->recvData(&extra, 1, 0), -2);

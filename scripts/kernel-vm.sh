@@ -18,7 +18,8 @@
 # The guest's devices: ttyS0 the console, ttyS1 and ttyS2 wired to each other,
 # ttyS3 wired to the USB serial adapter (/dev/ttyUSB0), /dev/vda a 16 MiB ext4
 # disk labelled "orvanedisk", vcan0 up, dummy0 (10.11.12.1/24) and the veth
-# pair veth0 (10.11.13.1/24) / veth1 up.
+# pair veth0 (10.11.13.1/24) / veth1 up. iproute2's ip is /usr/sbin/ip (a
+# plain "ip" in the guest's shell is busybox's).
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -76,7 +77,7 @@ moddir=$kernel_tree/lib/modules/$release
 
 # The modules /init loads, in this order, with everything they depend on
 # (each module's "depends=" in its .modinfo section, as depmod reads it).
-modules="can can_raw vcan dummy veth virtio_pci virtio_blk ext4 xhci_pci usbserial ftdi_sio"
+modules="can can_raw vcan dummy veth virtio_pci virtio_blk crc32c_generic ext4 xhci_pci usbserial ftdi_sio"
 declare -A module_path
 while IFS= read -r file; do
     name=${file##*/}
@@ -123,6 +124,9 @@ copy_with_libs() {
     done
 }
 copy_with_libs "$program" "$(command -v cansend)" "$(command -v candump)" "$(command -v ip)"
+# busybox's shell runs its own applets before any program of the same name:
+# iproute2's ip is called by its full path, /usr/sbin/ip in the guest.
+[ -e "$rootfs/usr/sbin/ip" ] || cp -L "$(command -v ip)" "$rootfs/usr/sbin/ip"
 for file in "${module_files[@]}"; do
     cp "$file" "$rootfs/lib/modules/$release/"
     echo "/lib/modules/$release/${file##*/}" >> "$rootfs/modules.load"
@@ -145,18 +149,25 @@ mkdir -p /dev/pts /dev/shm
 mount -t devpts devpts /dev/pts
 mount -t tmpfs tmpfs /tmp
 mount -t tmpfs tmpfs /dev/shm
+echo "==== orvane kernel tier: begin ($(uname -r)) ===="
+step() { "$@" || echo "init: failed: $*"; }
 while read -r module; do
-    insmod "$module" || echo "init: insmod $module failed"
+    step insmod "$module"
 done < /modules.load
-ip link set lo up
-ip link add vcan0 type vcan && ip link set vcan0 up
-ip link add dummy0 type dummy && ip addr add 10.11.12.1/24 dev dummy0 && ip link set dummy0 up
-ip link add veth0 type veth peer name veth1 && ip addr add 10.11.13.1/24 dev veth0 &&
-    ip link set veth0 up && ip link set veth1 up
-# The USB adapter enumerates after its host controller's driver loaded.
+step /usr/sbin/ip link set lo up
+step /usr/sbin/ip link add vcan0 type vcan
+step /usr/sbin/ip link set vcan0 up
+# The dummy driver makes dummy0 itself when it loads.
+[ -e /sys/class/net/dummy0 ] || step /usr/sbin/ip link add dummy0 type dummy
+step /usr/sbin/ip addr add 10.11.12.1/24 brd + dev dummy0
+step /usr/sbin/ip link set dummy0 up
+step /usr/sbin/ip link add veth0 type veth peer name veth1
+step /usr/sbin/ip addr add 10.11.13.1/24 brd + dev veth0
+step /usr/sbin/ip link set veth0 up
+step /usr/sbin/ip link set veth1 up
+# The USB adapter and the disk appear once their drivers have probed.
 for i in $(seq 100); do [ -e /dev/ttyUSB0 ] && [ -e /dev/vda ] && break; sleep 0.1; done
 . /program.env
-echo "==== orvane kernel tier: begin ($(uname -r)) ===="
 ORVANE_KERNEL_VM=1 "$ORVANE_PROGRAM" $ORVANE_ARGS
 echo "==== orvane kernel tier: end, exit code $? ===="
 poweroff -f
@@ -195,7 +206,8 @@ wait "$qemu_pid" 2> /dev/null || true
 qemu_pid=
 elapsed=$(( $(date +%s) - started ))
 
-tr -d '\r' < "$console" > "$work/console.txt"
+# Without carriage returns and the firmware's terminal resets.
+tr -d '\r' < "$console" | sed 's/\x1bc//g; s/\x1b\[[0-9;?]*[a-zA-Z]//g' > "$work/console.txt"
 if ! grep -q "==== orvane kernel tier: begin" "$work/console.txt"; then
     cat "$work/qemu.log"
     tail -n 40 "$work/console.txt"

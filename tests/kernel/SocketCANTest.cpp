@@ -157,14 +157,14 @@ TEST(KernelSocketCAN, ReportsAnInterfaceTakenDown) {
     SocketCAN sender, receiver;
     ASSERT_TRUE(sender.open(kBus, 0));
     ASSERT_TRUE(receiver.open(kBus, 0));
-    ASSERT_EQ(std::system("ip link set vcan0 down"), 0);
+    ASSERT_EQ(std::system("/usr/sbin/ip link set vcan0 down"), 0);
     int sent = 0, received = 0;
     std::vector<std::string> lines = test::LogCapture::get().linesDuring([&] {
         sent = sender.sendFrame(CANFrame(0x123, "x", 1), 100000);
         CANFrame got;
         received = receiver.recvFrame(&got, 100000);
     });
-    ASSERT_EQ(std::system("ip link set vcan0 up"), 0);
+    ASSERT_EQ(std::system("/usr/sbin/ip link set vcan0 up"), 0);
     EXPECT_EQ(sent, -1);
     EXPECT_EQ(received, -1);
     ASSERT_EQ(lines.size(), 2u);

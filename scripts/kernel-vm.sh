@@ -71,7 +71,8 @@ if [ ! -f "$kernel_tree/.unpacked" ]; then
     rm -rf "$cache/debs"
     touch "$kernel_tree/.unpacked"
 fi
-vmlinuz=$(ls "$kernel_tree"/boot/vmlinuz-* | head -n 1)
+images=("$kernel_tree"/boot/vmlinuz-*)
+vmlinuz=${images[0]}
 release=${vmlinuz##*/vmlinuz-}
 moddir=$kernel_tree/lib/modules/$release
 
@@ -102,8 +103,9 @@ for module in $modules; do add_module "$module"; done
 # The initramfs, built fresh for each run in a scratch folder.
 work=$(mktemp -d "${TMPDIR:-/tmp}/orvane-kernel-vm.XXXXXX")
 qemu_pid=
+# shellcheck disable=SC2317  # run by the trap
 cleanup() {
-    [ -n "$qemu_pid" ] && kill "$qemu_pid" 2> /dev/null
+    if [ -n "$qemu_pid" ]; then kill "$qemu_pid" 2> /dev/null || true; fi
     rm -rf "$work"
 }
 trap cleanup EXIT

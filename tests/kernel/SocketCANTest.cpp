@@ -112,8 +112,9 @@ TEST(KernelSocketCAN, SendsFramesThatCandumpShows) {
     }
     std::vector<std::string> shown = framesShown(dump);
     pclose(dump);
-    std::vector<std::string> expected;
-    for (const Frame& f : kFrames) expected.push_back(f.candump);
+    std::vector<std::string> expected(kFrames.size());
+    std::transform(kFrames.begin(), kFrames.end(), expected.begin(),
+                   [](const Frame& f) { return f.candump; });
     shown.erase(std::remove(shown.begin(), shown.end(), "7EE#70"), shown.end());
     EXPECT_EQ(shown, expected) << probes << " probes";
 }

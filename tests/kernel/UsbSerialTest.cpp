@@ -2,12 +2,17 @@
 #include <linux/serial.h>
 #include <orvane/SerialPort.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "kernel/SerialLink.h"
+#include "support/Eventually.h"
 #include "support/LogCapture.h"
 
 // SerialPort on a USB serial adapter: qemu's FTDI-compatible usb-serial
@@ -73,6 +78,40 @@ TEST(KernelUsbSerial, Rs485RequestsAreRefusedByTheDriverYetReportedAsDone) {
     ASSERT_TRUE(uart.open(kUart, 2));
     EXPECT_EQ(adapter.sendData("485", 3, 1000000), 3);
     EXPECT_EQ(test::receive(uart, 3), "485");
+}
+
+// Writes "0" or "1" to the adapter's "authorized" file in sysfs: the kernel
+// disconnects the device as if it were pulled out, or enumerates it again.
+bool authorize(const std::string& file, bool on) {
+    std::ofstream control(file);
+    control << (on ? "1" : "0");
+    control.close();
+    return !control.fail();
+}
+
+TEST(KernelUsbSerial, ReportsTheAdapterPulledOutAndOpensItAgainWhenItIsBack) {
+    char resolved[PATH_MAX];
+    ASSERT_NE(realpath("/sys/class/tty/ttyUSB0/device/../../authorized", resolved), nullptr);
+    const std::string control = resolved;
+    SerialPort adapter;
+    ASSERT_TRUE(adapter.open(kAdapter, 2));
+    EXPECT_FALSE(adapter.isHungUp());
+
+    ASSERT_TRUE(authorize(control, false));
+    EXPECT_TRUE(test::eventually([&] { return adapter.isHungUp(); }));
+    char buf[8];
+    EXPECT_EQ(adapter.recvData(buf, sizeof buf, 1000000), 0);  // end of input, at once
+    EXPECT_EQ(adapter.recvData(buf, sizeof buf, 1000000), 0);
+    EXPECT_TRUE(adapter.close());
+
+    ASSERT_TRUE(authorize(control, true));
+    ASSERT_TRUE(test::eventually([] { return access(kAdapter, F_OK) == 0; }, 10000));
+    ASSERT_TRUE(adapter.open(kAdapter, 2));
+    EXPECT_FALSE(adapter.isHungUp());
+    SerialPort uart;
+    ASSERT_TRUE(uart.open(kUart, 2));
+    EXPECT_EQ(uart.sendData("back", 4, 1000000), 4);
+    EXPECT_EQ(test::receive(adapter, 4), "back");
 }
 
 }  // namespace

@@ -138,6 +138,10 @@ echo "root:x:0:" > "$rootfs/etc/group"
 {
     printf 'ORVANE_PROGRAM=%q\n' "$program"
     printf 'ORVANE_ARGS=%q\n' "$*"
+    # A sanitizer build's options travel with it.
+    for name in ASAN_OPTIONS UBSAN_OPTIONS TSAN_OPTIONS LSAN_OPTIONS; do
+        if [ -n "${!name:-}" ]; then printf 'export %s=%q\n' "$name" "${!name}"; fi
+    done
 } > "$rootfs/program.env"
 
 cat > "$rootfs/init" << 'EOF'

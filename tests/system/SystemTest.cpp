@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <orvane/StrUtil.h>
 #include <orvane/System.h>
 #include <orvane/Time.h>
@@ -7,12 +6,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <string>
 #include <thread>
 #include <tuple>
-#include <utility>
 
 #include "support/Eventually.h"
 #include "support/PrivateMount.h"
@@ -101,9 +97,7 @@ TEST(System, ChangesResourceLimitsAsTheKernelShowsThem) {
         toolOutput("awk '/core file/ {print $5}' /proc/" + std::to_string(getpid()) + "/limits"),
         "4096");
     EXPECT_TRUE(System::setResourceLimit(RLIMIT_CORE, soft, hard));
-    test::expectRefusal(
-        [] { return System::setResourceLimit(RLIMIT_NOFILE, 20, 10); },
-        "<E>DATE [setResourceLimit,L#] setrlimit(7, 20, 10) error:Invalid argument");
+    EXPECT_FALSE(System::setResourceLimit(RLIMIT_NOFILE, 20, 10));  // soft above hard
 }
 
 // In a child that gave up root for good (checked before anything is tried),
@@ -113,11 +107,10 @@ void refusedWithoutPrivilege() {
     if (!test::dropPrivileges() || toolOutput(caps) != "CapEff:\t0000000000000000") {
         _exit(5);  // still privileged: reboot() must not be tried
     }
-    const std::pair<bool (*)(), std::string> restarts[] = {{System::reboot, "reboot"},
-                                                           {System::powerOff, "powerOff"}};
-    for (const auto& r : restarts) {
-        test::expectRefusal(
-            r.first, "<E>DATE [" + r.second + ",L#] not allowed: the process lacks CAP_SYS_BOOT");
+    for (auto [call, name] :
+         {std::pair(&System::reboot, "reboot"), {&System::powerOff, "powerOff"}}) {
+        test::expectRefusal(call, "<E>DATE [" + std::string(name) +
+                                      ",L#] not allowed: the process lacks CAP_SYS_BOOT");
     }
     test::expectRefusal([] { return DateTime::setDateTime(Time(1893456000L, 0L), 3600, true); },
                         "<E>DATE [setDateTime,L#] @DateTime, set time error: Operation not "

@@ -37,8 +37,6 @@ void protectInPrivate() {
         mount(nullptr, top.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
         _exit(3);
     }
-    test::expectRefusal([&] { return FileWriteProtection::protect(top); },
-                        "<E>DATE [protect,L#] /tmp is not a regular file!");
     test::expectRefusal([&] { return FileWriteProtection::release(top + "/link"); },
                         "<E>DATE [release,L#] open /tmp/link error: Too many levels of symbolic "
                         "links!");
@@ -76,9 +74,7 @@ void protectInPrivate() {
     EXPECT_FALSE(refused.isWritable());
     EXPECT_EQ(test::LogCapture::get().waitLine("rw error"),
               "<E>DATE [remount,L#] remount /tmp rw error: Operation not permitted!");
-    test::expectRefusal([&] { return FileWriteProtection::protect(top + "/rw/file"); },
-                        "<E>DATE [protect,L#] set immutable attribute of /tmp/rw/file error: "
-                        "Operation not permitted!");
+    EXPECT_FALSE(FileWriteProtection::protect(top + "/rw/file"));
     test::exitWithChecks();
 }
 

@@ -1,9 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/ArgOption.h>
 
-#include <functional>
-#include <string>
-#include <vector>
+#include <tuple>
 
 #include "support/Refusal.h"
 
@@ -98,18 +95,14 @@ TEST(ArgOption, ExplainsEveryMistakeInOneLine) {
     EXPECT_TRUE(required.parse(Args{"--help"}) && required.helpRequested());  // needs nothing else
 
     required.addPositional("FILES...", "inputs", false);
-    const struct {
-        std::function<bool()> call;
-        const char* method;
-        const char* error;
-    } misuses[] = {
+    const std::tuple<std::function<bool()>, const char*, const char*> misuses[] = {
         {[&] { return required.addFlag('h', "hello", ""); }, "addFlag",
          "option --hello is declared twice"},
         {[&] { return required.addPositional("MORE", ""); }, "addPositional",
          "argument MORE follows FILES..."},
         {[&] { return required.isSet("nosuch"); }, "isSet", "no option 'nosuch' is declared"},
     };
-    for (auto& misuse : misuses) expectFailure(required, misuse.call, misuse.method, misuse.error);
+    for (auto& [call, method, error] : misuses) expectFailure(required, call, method, error);
     ASSERT_TRUE(required.parse(Args{"-p", "1", "a", "b", "c"}));
     EXPECT_EQ(required.getPositional("FILES..."), "a b c");
 }
@@ -117,11 +110,7 @@ TEST(ArgOption, ExplainsEveryMistakeInOneLine) {
 // getInt of --baud in 1200..921600, getDouble of --ratio in 0..1; a failure
 // leaves the value as it was (-5).
 TEST(ArgOption, ChecksNumbersAgainstTheirRange) {
-    const struct {
-        Args args;
-        double value;
-        const char* error;
-    } cases[] = {
+    const std::tuple<Args, double, const char*> cases[] = {
         {{"-b", "0x2580"}, 9600, ""},
         {{"-b", "96k"}, -5, "option --baud: '96k' is not an integer"},
         {{"-b", "99"}, -5, "option --baud: 99 is out of range 1200 to 921600"},
@@ -134,19 +123,19 @@ TEST(ArgOption, ChecksNumbersAgainstTheirRange) {
         {{"-r", "2.5"}, -5, "option --ratio: 2.5 is out of range 0.000000 to 1.000000"},
         {{"-r"}, -5, "option --ratio has no value"},
     };
-    for (auto& c : cases) {
-        SCOPED_TRACE(c.args.back());
+    for (auto& [words, value, error] : cases) {
+        SCOPED_TRACE(words.back());
         ArgOption args;
         declareGateway(&args);
         args.addOption('r', "ratio", "X", "a ratio", "");
-        ASSERT_TRUE(args.parse(c.args.size() > 1 ? Args{c.args[0], c.args[1], "d"} : Args{"d"}));
+        ASSERT_TRUE(args.parse(words.size() > 1 ? Args{words[0], words[1], "d"} : Args{"d"}));
         int baud = -5;
         double ratio = -5;
-        bool ok = c.args[0] == "-b" ? args.getInt("baud", &baud, 1200, 921600)
-                                    : args.getDouble("ratio", &ratio, 0.0, 1.0);
-        EXPECT_EQ(ok, *c.error == '\0');
-        EXPECT_DOUBLE_EQ(c.args[0] == "-b" ? baud : ratio, c.value);
-        EXPECT_EQ(args.error(), c.error);
+        bool ok = words[0] == "-b" ? args.getInt("baud", &baud, 1200, 921600)
+                                   : args.getDouble("ratio", &ratio, 0.0, 1.0);
+        EXPECT_EQ(ok, *error == '\0');
+        EXPECT_DOUBLE_EQ(words[0] == "-b" ? baud : ratio, value);
+        EXPECT_EQ(args.error(), error);
     }
 }
 

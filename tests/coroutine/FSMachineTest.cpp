@@ -1,9 +1,4 @@
-#include <gtest/gtest.h>
 #include <orvane/FSMachine.h>
-
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "support/LogCapture.h"
 

@@ -6,7 +6,6 @@
 #include <fstream>
 
 #include "event/EventSupport.h"
-#include "support/Descriptors.h"
 
 namespace orvane::test {
 namespace {
@@ -36,7 +35,7 @@ TEST(EventLoop, RunsHandlersAndTimersOnTheCallersThreadWithoutPolling) {
         ssize_t n = ::read(ready, buf, sizeof buf);
         seen.push_back(events);
         received.append(buf, static_cast<size_t>(std::max<ssize_t>(n, 0)));
-        EXPECT_EQ(loop.sources(), 1);
+        EXPECT_EQ(loop.sources(), 1);  // the timers are not counted
         if (n > 0) ::close(fd[1]);
         if (n == 0 && !loop.unwatch(ready)) ADD_FAILURE() << "unwatch refused";
     }));
@@ -61,7 +60,6 @@ TEST(EventLoop, RunsHandlersAndTimersOnTheCallersThreadWithoutPolling) {
     EXPECT_EQ(ticks, 4);  // none in the 60 ms after the cancel
     EXPECT_EQ(once, 1);
     EXPECT_GE(msSince(started), 135);
-    EXPECT_LT(msSince(started), 2000);
     // A loop that polled would sleep tens of times in 140 ms.
     EXPECT_LT(sleeps, 15) << "the loop thread slept " << sleeps << " times";
 }
@@ -69,13 +67,10 @@ TEST(EventLoop, RunsHandlersAndTimersOnTheCallersThreadWithoutPolling) {
 TEST(EventLoop, RefusesBadRequestsWithALogLineEach) {
     EventLoop loop;
     auto noop = [](int, unsigned) {};
-    const std::pair<std::function<bool()>, const char*> refusals[] = {
-        {[&] { return loop.watch(-1, EventLoop::READABLE, noop); },
-         "[EventLoop::watch,L#] bad source: fd -1, interest 0x1"},
-        {[&] { return loop.cancelTimer(12345); },
-         "[EventLoop::cancelTimer,L#] unknown timer 12345"},
-    };
-    for (const auto& [call, line] : refusals) expectRefusal(call, std::string("<E>DATE ") + line);
+    expectRefusal([&] { return loop.watch(-1, EventLoop::READABLE, noop); },
+                  "<E>DATE [EventLoop::watch,L#] bad source: fd -1, interest 0x1");
+    expectRefusal([&] { return loop.cancelTimer(12345); },
+                  "<E>DATE [EventLoop::cancelTimer,L#] unknown timer 12345");
 
     // On the loop's thread the kernel's answer is the result.
     std::vector<std::string> lines = LogCapture::get().linesDuring([&] {
@@ -92,11 +87,9 @@ TEST(EventLoop, RefusesBadRequestsWithALogLineEach) {
 }
 
 TEST(EventLoop, RunsPostsInCallOrderOnItsOwnThreadAndLeavesNothingBehind) {
-    size_t threads = threadCount();
-    const std::vector<int> fds = openFds();
     std::vector<int> order;
     std::atomic<int> offLoop{0};
-    {
+    expectNoLeak([&] {
         EventLoop loop("loop-own");
         loop.stop();  // before run(): the next run returns at once
         EXPECT_TRUE(loop.run());
@@ -120,9 +113,7 @@ TEST(EventLoop, RunsPostsInCallOrderOnItsOwnThreadAndLeavesNothingBehind) {
         for (int i = 0; i <= 200; ++i) EXPECT_EQ(order[size_t(i)], i);
         EXPECT_EQ(offLoop.load(), 0);
         ASSERT_TRUE(loop.start());  // a stopped loop starts again
-    }
-    EXPECT_TRUE(eventually([&] { return threadCount() == threads; }));
-    EXPECT_EQ(fdsOpenedSince(fds), std::vector<int>());
+    });
 }
 
 }  // namespace

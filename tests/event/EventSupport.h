@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,5 +27,15 @@ inline double msSince(Clock::time_point start) {
 }
 
 inline void sleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+// Runs `body` and checks that every thread and descriptor it started is gone.
+inline void expectNoLeak(const std::function<void()>& body) {
+    LogCapture::get();  // its sink thread starts once, before the count
+    size_t threads = threadCount();
+    const std::vector<int> fds = openFds();
+    body();
+    EXPECT_TRUE(eventually([&] { return threadCount() == threads; }));
+    EXPECT_EQ(fdsOpenedSince(fds), std::vector<int>());
+}
 
 }  // namespace orvane::test

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 #include <orvane/TracerSink.h>
 
-#include <string>
-
 namespace orvane {
 namespace {
 

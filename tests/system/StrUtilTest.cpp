@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
 #include <orvane/StrUtil.h>
 
 #include <clocale>
 #include <cstdint>
-#include <functional>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "support/Refusal.h"
 
@@ -18,14 +14,12 @@ using Pieces = std::vector<std::string>;
 TEST(StrUtil, SplitsJoinsFormatsFindsAndShowsText) {
     EXPECT_EQ(StrUtil::splitString("cpu  10 0  7", " ", true), (Pieces{"cpu", "10", "0", "7"}));
     EXPECT_EQ(StrUtil::splitString("a::b:::c", "::", false), (Pieces{"a", "b", ":c"}));
-    for (std::string s : {"", "a,,b", ",a,"}) {
-        EXPECT_EQ(StrUtil::join(StrUtil::splitString(s, ",", false), ","), s);
-    }
     std::string longText(5000, 'q'), bytes("\xA5\x01\x00\xff", 4);
     const char* none = nullptr;
     const std::pair<std::string, std::string> cases[] = {
         {StrUtil::format("<%s>", longText.c_str()), "<" + longText + ">"},
         {StrUtil::format(none, 1), ""},
+        {StrUtil::join(StrUtil::splitString(",a,,b,", ",", false), "|"), "|a||b|"},
         {StrUtil::findString("a <L9> <x>", "<", ">"), "<L9>"},
         {StrUtil::hexView(bytes), "A5 01 00 FF "},
         {StrUtil::toHex(bytes) + StrUtil::toHex(bytes, true), "a50100ffA50100FF"},
@@ -66,20 +60,13 @@ TEST(StrUtil, ConvertsWholeTextsToNumbersAndBytesAndRefusesTheRest) {
                 StrUtil::toUInt64("18446744073709551615", &u64));
     EXPECT_TRUE(v64 == INT64_MIN && u64 == UINT64_MAX);
     std::string bytes("\x00\x01\xa5\xff", 4), back = "kept";
-
-    const std::vector<std::pair<std::function<bool()>, std::string>> bad = {
-        {[&] { return StrUtil::toInt("+-1", &v); }, "[toInt,L#] not a base-10 number: \"+-1\""},
-        {[&] { return StrUtil::toInt("-2147483649", &v); },
-         "[toInt,L#] number out of range: \"-2147483649\""},
-        {[&] { return StrUtil::toUInt("-1", &u); },
-         "[toUInt,L#] negative value \"-1\" for an unsigned number"},
-        {[&] { return StrUtil::toIntInRange("70000", 1, 65535, &v); },
-         "[toIntInRange,L#] 70000 is outside [1, 65535]"},
-        {[&] { return StrUtil::fromHex("abc", &back); },
-         "[fromHex,L#] lone hex digit at the end of \"abc\""},
-        {[&] { return StrUtil::fromHex("0 1", &back); },
-         "[fromHex,L#] bad hex character 0x20 at offset 1"}};
-    for (const auto& b : bad) test::expectRefusal(b.first, "<E>DATE " + b.second);
+    test::expectRefusal([&] { return StrUtil::toUInt("-1", &u); },
+                        "<E>DATE [toUInt,L#] negative value \"-1\" for an unsigned number");
+    // Each refusal leaves the output as it was.
+    for (const char* text : {"+-1", "-2147483649", "70000"}) {
+        EXPECT_FALSE(StrUtil::toIntInRange(text, INT32_MIN, 65535, &v)) << text;
+    }
+    EXPECT_FALSE(StrUtil::fromHex("abc", &back) || StrUtil::fromHex("0 1", &back));
     EXPECT_TRUE(v == 5 && back == "kept");
     EXPECT_TRUE(StrUtil::toIntInRange("8080", 1, 65535, &v) && v == 8080);
     // Blanks between pairs are skipped, so hexView's output reads back too.

@@ -1,10 +1,8 @@
-#include <gtest/gtest.h>
 #include <orvane/SysStat.h>
 #include <orvane/Thread.h>
 #include <unistd.h>
 
 #include <stdexcept>
-#include <string>
 
 #include "support/LogCapture.h"
 #include "support/PrivateMount.h"
@@ -18,14 +16,13 @@ TEST(SysStat, MeasuresThisMachineBetweenTwoSamples) {
     ASSERT_TRUE(stat.updateStat());
     int cpus = stat.cpuCount();
     EXPECT_EQ(cpus, static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN)));
-    EXPECT_TRUE(stat.memFree() > 0 && stat.memFree() <= stat.memTotal()) << stat.memFree();
+    EXPECT_TRUE(stat.memFree() > 0 && stat.memFree() <= stat.memTotal());
 
     Thread::usleep(50000);  // a few ticks on every CPU
     stat.updateCpuStat();
     std::vector<float> usages = stat.cpuUsages(-1);
     ASSERT_EQ(usages.size(), static_cast<size_t>(cpus) + 1);
-    // Within 0..100, and not NaN.
-    for (float usage : usages) EXPECT_TRUE(usage >= 0.0f && usage <= 100.0f) << usage;
+    for (float usage : usages) EXPECT_TRUE(usage >= 0.0f && usage <= 100.0f) << usage;  // no NaN
     EXPECT_EQ(stat.cpuUsages(cpus - 1), std::vector<float>{usages[cpus - 1]});
     EXPECT_EQ(stat.cpuUsages(cpus), std::vector<float>{usages.back()});  // not a CPU: the total
 }
@@ -48,9 +45,10 @@ TEST(SysStat, ParsesKernelLinesAndShiftsTheOldCounters) {
     EXPECT_EQ(detail::cpuUsage(before, now), 50.0f);
 
     int total = 0, free = 0;
-    const char* const memLines[] = {"MemTotal:   16318000 kB", "MemFree:   204800 kB",
-                                    "MemAvailable:  9999 kB", "MemFree: 5"};
-    for (const char* line : memLines) detail::takeMemLine(line, &total, &free);
+    for (const char* line : {"MemTotal:   16318000 kB", "MemFree:   204800 kB",
+                             "MemAvailable:  9999 kB", "MemFree: 5"}) {
+        detail::takeMemLine(line, &total, &free);
+    }
     EXPECT_TRUE(total == 16318000 && free == 204800) << total << " " << free;
 }
 

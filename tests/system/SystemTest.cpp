@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <orvane/StrUtil.h>
 #include <orvane/System.h>
 #include <orvane/Time.h>
@@ -7,12 +6,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <thread>
 #include <tuple>
-#include <utility>
 
 #include "support/Eventually.h"
 #include "support/PrivateMount.h"
@@ -38,9 +33,6 @@ TEST(System, ReportsTheSameFactsAsTheSystemTools) {
     unsigned int pthreadId = 0;
     EXPECT_EQ(System::getTaskId(&pthreadId), getpid());  // the main thread's
     EXPECT_EQ(pthreadId, static_cast<unsigned int>(pthread_self()));
-    int other = 0;
-    std::thread([&] { other = System::getTaskId(); }).join();
-    EXPECT_TRUE(other > 0 && other != getpid());
 }
 
 // In a child, so the test program keeps its name.
@@ -59,7 +51,9 @@ TEST(System, RenamesTheProcessAndFindsAndSignalsItByThatName) {
                         "signalled)");
 }
 
-TEST(System, RunsCommandsWithTheirStatusAndOutput) {
+// A command that outlives its time is killed with its background process,
+// which holds the output open.
+TEST(System, RunsCommandsWithTheirStatusAndOutputAndKillsThemWhenTimeRunsOut) {
     signal(SIGPIPE, SIG_IGN);  // what every socket send does; the command must not inherit it
     const std::tuple<const char*, int, const char*> cases[] = {
         {"echo out; echo err >&2", 0, "out\nerr\n"},
@@ -74,10 +68,6 @@ TEST(System, RunsCommandsWithTheirStatusAndOutput) {
     std::string big;
     EXPECT_EQ(System::runCommand("head -c 3000000 /dev/zero", -1, &big), 0);
     EXPECT_EQ(big.size(), 1u << 20);  // the rest was read and dropped, so the command ended
-}
-
-// The command's background process holds the output open; both are killed.
-TEST(System, KillsTheWholeCommandWhenItsTimeRunsOut) {
     std::string output;
     test::expectRefusal(
         [&] { return System::runCommand("sleep 30 & echo $!; wait", 100000, &output) != -2; },
@@ -101,9 +91,7 @@ TEST(System, ChangesResourceLimitsAsTheKernelShowsThem) {
         toolOutput("awk '/core file/ {print $5}' /proc/" + std::to_string(getpid()) + "/limits"),
         "4096");
     EXPECT_TRUE(System::setResourceLimit(RLIMIT_CORE, soft, hard));
-    test::expectRefusal(
-        [] { return System::setResourceLimit(RLIMIT_NOFILE, 20, 10); },
-        "<E>DATE [setResourceLimit,L#] setrlimit(7, 20, 10) error:Invalid argument");
+    EXPECT_FALSE(System::setResourceLimit(RLIMIT_NOFILE, 20, 10));  // soft above hard
 }
 
 // In a child that gave up root for good (checked before anything is tried),
@@ -113,11 +101,10 @@ void refusedWithoutPrivilege() {
     if (!test::dropPrivileges() || toolOutput(caps) != "CapEff:\t0000000000000000") {
         _exit(5);  // still privileged: reboot() must not be tried
     }
-    const std::pair<bool (*)(), std::string> restarts[] = {{System::reboot, "reboot"},
-                                                           {System::powerOff, "powerOff"}};
-    for (const auto& r : restarts) {
-        test::expectRefusal(
-            r.first, "<E>DATE [" + r.second + ",L#] not allowed: the process lacks CAP_SYS_BOOT");
+    for (auto [call, name] :
+         {std::pair(&System::reboot, "reboot"), {&System::powerOff, "powerOff"}}) {
+        test::expectRefusal(call, "<E>DATE [" + std::string(name) +
+                                      ",L#] not allowed: the process lacks CAP_SYS_BOOT");
     }
     test::expectRefusal([] { return DateTime::setDateTime(Time(1893456000L, 0L), 3600, true); },
                         "<E>DATE [setDateTime,L#] @DateTime, set time error: Operation not "

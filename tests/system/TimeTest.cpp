@@ -1,11 +1,9 @@
-#include <gtest/gtest.h>
 #include <orvane/Thread.h>
 #include <orvane/Time.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
-#include <string>
 #include <tuple>
 
 #include "support/Refusal.h"

@@ -1,10 +1,5 @@
-#include <gtest/gtest.h>
 #include <orvane/Array.h>
 #include <orvane/Endian.h>
-
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "support/Refusal.h"
 

@@ -1,9 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/Base64.h>
 
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "support/Refusal.h"
 

@@ -1,9 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/Regex.h>
 
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "support/LogCapture.h"
 #include "support/ToolRun.h"

@@ -1,8 +1,4 @@
-#include <gtest/gtest.h>
 #include <orvane/Version3.h>
-
-#include <string>
-#include <vector>
 
 #include "support/Refusal.h"
 

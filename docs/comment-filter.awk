@@ -30,9 +30,10 @@ function escapeTags(s,    out) {
     return out s
 }
 function trailing(s,    pos) {
-    if (s !~ /"/ && s !~ /^[ \t]*}/ && match(s, /[;,{][ \t]*\/\/[^\/]/)) {
+    if (s !~ /^[ \t]*}/ && match(s, /[;,{][ \t]*\/\/[^\/]/)) {
         pos = index(substr(s, RSTART), "//") + RSTART - 1
-        s = substr(s, 1, pos - 1) "///<" text(substr(s, pos + 2))
+        if (substr(s, 1, pos - 1) !~ /"/)
+            s = substr(s, 1, pos - 1) "///<" text(substr(s, pos + 2))
     }
     return s
 }

@@ -38,7 +38,13 @@ endif()
 # packaged against it depend on it the same way.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME liborvane${ORVANE_SOVERSION})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+# dpkg-shlibdeps reads the build machine's package database, which knows
+# nothing of a cross toolchain's libraries: a cross build names them plainly.
+if(CMAKE_CROSSCOMPILING)
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6, libgcc-s1, libstdc++6")
+else()
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+endif()
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION

@@ -9,7 +9,8 @@
 #     DESTDIR into a sysroot-like directory, then .ci/consumer cross-built
 #     against the staging through pkg-config (PKG_CONFIG_SYSROOT_DIR and
 #     PKG_CONFIG_LIBDIR, as the image builders set them) and through
-#     find_package (CMAKE_SYSROOT and CMAKE_FIND_ROOT_PATH).
+#     find_package (CMAKE_SYSROOT and CMAKE_FIND_ROOT_PATH); the cross tree
+#     also packaged as arm64 Debian packages.
 # Run as root (dpkg). Refuses to touch an orvane package it did not install.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -78,6 +79,13 @@ cmake -S . -B "$work/cross" -G Ninja "${launcher[@]}" \
       -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR=lib \
       "${options[@]}" > /dev/null
 cmake --build "$work/cross" -j "$(nproc)" > "$work/cross.log" 2>&1 || { cat "$work/cross.log"; exit 1; }
+# The same tree packaged as Debian packages for the target's architecture.
+(cd "$work/cross" && cpack -G DEB -B "$work/cross-debs" > "$work/cross-cpack.log") ||
+    { cat "$work/cross-cpack.log"; exit 1; }
+for deb in "$work"/cross-debs/*.deb; do
+    echo "$(basename "$deb"): $(dpkg-deb -f "$deb" Architecture), Depends: $(dpkg-deb -f "$deb" Depends)"
+    [ "$(dpkg-deb -f "$deb" Architecture)" = arm64 ] || { echo "not an arm64 package"; exit 1; }
+done
 sysroot=$work/sysroot
 DESTDIR=$sysroot cmake --install "$work/cross" > /dev/null
 [ ! -e "$sysroot/usr/bin" ] || { echo "the image build installs programs:"; ls "$sysroot/usr/bin"; exit 1; }

@@ -26,7 +26,6 @@ inherit cmake pkgconfig
 # pkg-config's sysroot prefix is added exactly once.
 EXTRA_OECMAKE = "-DORVANE_BUILD_TESTS=OFF -DORVANE_BUILD_BENCH=OFF -DORVANE_BUILD_EXAMPLES=OFF -DORVANE_BUILD_FUZZ=OFF -DORVANE_PC_RELOCATABLE=OFF"
 
-# ${PN}: liborvane.so.<version> and its soname link. ${PN}-dev (by the usual
-# FILES defaults): the headers, liborvane.so, lib/cmake/orvane and
+# The usual FILES split fits: ${PN} gets liborvane.so.<version> and its
+# soname link, ${PN}-dev the headers, liborvane.so, lib/cmake/orvane and
 # lib/pkgconfig/orvane.pc.
-FILES:${PN}-dev += "${libdir}/cmake/orvane"

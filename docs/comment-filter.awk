@@ -12,22 +12,26 @@ function isBoundary(s) {
     return s ~ /^[ \t]*$/ || s ~ /^[ \t]*#/ || s ~ /^[ \t]*}/ || isComment(s) ||
            s ~ /^[ \t]*(public|protected|private):/
 }
-function text(s,    out, pos) {
+# Comment text outside "quotes" and `code`, where Doxygen reads commands
+# and tags: a backslash stays a backslash and <word> stays text.
+function text(s,    out, c, quoted, code) {
     out = ""
-    while ((pos = index(s, "\\")) > 0) {
-        out = out substr(s, 1, pos) "\\"
-        s = substr(s, pos + 1)
+    while (s != "") {
+        c = substr(s, 1, 1)
+        if (c == "\"" && !code) quoted = !quoted
+        if (c == "`" && !quoted) code = !code
+        if (!quoted && !code && c == "\\") {
+            out = out "\\\\"
+        } else if (!quoted && !code && c == "<" && match(s, /^<[A-Za-z_][A-Za-z0-9_.-]*>/)) {
+            out = out "\\<" substr(s, 2, RLENGTH - 2) "\\>"
+            s = substr(s, RLENGTH + 1)
+            continue
+        } else {
+            out = out c
+        }
+        s = substr(s, 2)
     }
-    return escapeTags(out s)
-}
-# <name> reads as an HTML tag to Doxygen: escape both brackets.
-function escapeTags(s,    out) {
-    out = ""
-    while (match(s, /<[A-Za-z_][A-Za-z0-9_.-]*>/)) {
-        out = out substr(s, 1, RSTART - 1) "\\<" substr(s, RSTART + 1, RLENGTH - 2) "\\>"
-        s = substr(s, RSTART + RLENGTH)
-    }
-    return out s
+    return out
 }
 function trailing(s,    pos) {
     if (s !~ /^[ \t]*}/ && match(s, /[;,{][ \t]*\/\/[^\/]/)) {

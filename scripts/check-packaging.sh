@@ -26,7 +26,7 @@ cleanup() {
 }
 trap cleanup EXIT
 
-scripts/deps.sh cmake ninja-build g++ pkg-config dpkg-dev g++-aarch64-linux-gnu file
+scripts/deps.sh cmake ninja-build g++ pkg-config dpkg-dev g++-aarch64-linux-gnu
 
 echo "---- Debian packages from $native ----"
 [ -f "$native/CMakeCache.txt" ] || { echo "no build tree at $native"; exit 1; }
@@ -42,15 +42,15 @@ for deb in "${debs[@]}"; do
     printf '%-40s %8d bytes  %s  Depends: %s\n' "$(basename "$deb")" "$(stat -c %s "$deb")" \
         "$(dpkg-deb -f "$deb" Architecture)" "$(dpkg-deb -f "$deb" Depends)"
 done
-installed=($(for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Package; done))
+mapfile -t installed < <(for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Package; done)
 dpkg -i "${debs[@]}" > /dev/null
 cmake -S .ci/consumer -B "$work/consumer-deb" -G Ninja > /dev/null
 cmake --build "$work/consumer-deb" > /dev/null
 grep -q "orvane_DIR:PATH=/usr/" "$work/consumer-deb/CMakeCache.txt" ||
     { grep orvane_DIR "$work/consumer-deb/CMakeCache.txt"; echo "find_package did not use the package"; exit 1; }
 "$work/consumer-deb/consumer" > /dev/null
-g++ -std=c++17 -Wall -Wextra -Werror .ci/consumer/main.cpp -o "$work/consumer-deb-pc" \
-    $(env -u PKG_CONFIG_PATH pkg-config --cflags --libs orvane)
+read -r -a flags <<< "$(env -u PKG_CONFIG_PATH pkg-config --cflags --libs orvane)"
+g++ -std=c++17 -Wall -Wextra -Werror .ci/consumer/main.cpp -o "$work/consumer-deb-pc" "${flags[@]}"
 "$work/consumer-deb-pc" > /dev/null
 echo "installed, built and ran the consumer through find_package and pkg-config"
 dpkg --purge "${installed[@]}" > /dev/null
@@ -67,8 +67,10 @@ echo "---- Yocto recipe and Buildroot package, cross-built for aarch64 ----"
 recipe=$(ls packaging/yocto/orvane_*.bb)
 yocto=$(sed -n 's/^EXTRA_OECMAKE = "\(.*\)"$/\1/p' "$recipe")
 buildroot=$(sed -n 's/^ORVANE_CONF_OPTS = //p' packaging/buildroot/orvane/orvane.mk)
-[ -n "$yocto" ] && [ "$yocto" = "$buildroot" ] ||
-    { echo "the recipe ($yocto) and the Buildroot package ($buildroot) pass different options"; exit 1; }
+if [ -z "$yocto" ] || [ "$yocto" != "$buildroot" ]; then
+    echo "the recipe ($yocto) and the Buildroot package ($buildroot) pass different options"
+    exit 1
+fi
 echo "options: $yocto"
 # Both pass the target toolchain, /usr and a lib directory of their own.
 launcher=()
@@ -93,12 +95,13 @@ DESTDIR=$sysroot cmake --install "$work/cross" > /dev/null
 # The toolchain's own sysroot stands in for the rest of the image's.
 export PKG_CONFIG_SYSROOT_DIR=$sysroot PKG_CONFIG_LIBDIR=$sysroot/usr/lib/pkgconfig
 unset PKG_CONFIG_PATH
-flags=$(pkg-config --cflags --libs orvane)
-echo "pkg-config: $flags"
-case "$flags" in *"-I$sysroot/usr/include"*"-L$sysroot/usr/lib"*) ;;
+pcflags=$(pkg-config --cflags --libs orvane)
+echo "pkg-config: $pcflags"
+case "$pcflags" in *"-I$sysroot/usr/include"*"-L$sysroot/usr/lib"*) ;;
     *) echo "pkg-config paths are not under the sysroot once"; exit 1 ;; esac
+read -r -a flags <<< "$pcflags"
 aarch64-linux-gnu-g++ -std=c++17 -Wall -Wextra -Werror .ci/consumer/main.cpp \
-    -o "$work/consumer-cross-pc" $flags -Wl,-rpath-link,"$sysroot/usr/lib"
+    -o "$work/consumer-cross-pc" "${flags[@]}" -Wl,-rpath-link,"$sysroot/usr/lib"
 unset PKG_CONFIG_SYSROOT_DIR PKG_CONFIG_LIBDIR
 # As the image builders' toolchain files do: the staging is the sysroot and
 # the root that find_package searches.

@@ -50,6 +50,7 @@ class ORVANE_API AnyPacket {
         std::string decode(const std::string& frame) const;
 
       protected:
+        // This class's own name, printed in the log lines of the operations it defines.
         std::string className;
     };
 
@@ -62,6 +63,7 @@ class ORVANE_API AnyPacket {
     std::vector<std::string> parse(const std::string& data);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -28,19 +28,29 @@ class ORVANE_API Component {
     Component(const Component&) = delete;
     Component& operator=(const Component&) = delete;
 
+    // Called once when the component is added to an application; false refuses the component. Runs
+    // on the thread that calls addComponent.
     virtual bool onInit();
+    // Called by Application::startup in the order the components were added; false stops the
+    // start-up (the earlier components are stopped again).
     virtual bool onStart();
+    // Called by Application::quit and removeComponent; false is logged by the caller.
     virtual bool onStop();
+    // Called by removeComponent after onStop; false keeps the component registered.
     virtual bool onDeinit();
     // Hands a named task to the owning application's task queue; false when not added.
     virtual bool addTask(const std::function<void(const std::string&)>& task,
                          const std::string& name);
+    // True while the component is started (between a successful onStart and onStop).
     virtual bool isOk();
 
+    // The name the component was registered under ("Component" before addComponent). Any thread.
     const std::string& getName() const { return name_; }
+    // The application the component was added to; null before. Any thread.
     Application* getOwner() const { return owner_; }
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -66,16 +76,29 @@ class ORVANE_API Application : public Component, public Runnable {
     Application();
     ~Application() override;
 
+    // Registers the process's application object; a second registration is logged and ignored (the
+    // first one stays).
     static void registerInstance(Application* app);
+    // The registered application, or null. Any thread.
     static Application* getInstance();
 
+    // Registers `component` under `name` and runs its onInit; false (list unchanged) for a null
+    // component, a name already taken or onInit failing.
     bool addComponent(const std::string& name, std::shared_ptr<Component> component);
+    // The zero-based position of the component registered under `name`, or -1.
     int findComponent(const std::string& name);
+    // Stops, de-initialises and unregisters the component; true for an unknown name, false when its
+    // onDeinit fails.
     bool removeComponent(const std::string& name);
+    // Creates the task queue "Application" with `workers` threads, starts the components in order
+    // and then the application thread. False when the queue or a component fails to start (the
+    // started ones are stopped again). Once, from the main thread.
     bool startup(int workers, const SchedParam& param);
     // startup(1, SchedParam()): one worker with the default scheduling, for
     // a program that queues few or no tasks.
     bool startup();
+    // Stops every component (in the order they were added), stops the application thread (waiting
+    // at most 10 s) and flushes the Tracer. Main thread or a signal callback.
     void quit();
     // Blocks the calling thread (main) until quit() has run, and returns 0
     // as soon as it has: a signal callback that calls quit() ends the wait
@@ -87,15 +110,20 @@ class ORVANE_API Application : public Component, public Runnable {
     //     if (!app.startup()) return 1;
     //     return app.exec();
     int exec();
+    // Runs `callback` on the application thread after `signo` is delivered; several callbacks per
+    // signal run in the order registered. False when the handler cannot be installed.
     bool registerSignal(int signo, std::function<void()> callback);
     bool addTask(const std::function<void(const std::string&)>& task,
                  const std::string& name) override;
     // Tasks waiting or running in the task queue; valid only after startup().
     int tasks();
 
+    // The application thread's body: every 100 ms, runs the callbacks of the signals delivered
+    // since the last pass.
     void run(const Thread& thread) override;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -86,6 +86,8 @@ class ORVANE_API ArgOption {
     // checked against [min, max]. False with error() set when the option has
     // no value, it is not a number, or it is out of range; *value unchanged.
     bool getInt(const std::string& name, int* value, int min = INT_MIN, int max = INT_MAX);
+    // The last value of the option `name` as a number within [min, max]; false (logged) when
+    // absent, not a number or out of range, *value then unchanged.
     bool getDouble(const std::string& name, double* value, double min = -1.0e308,
                    double max = 1.0e308);
     // The positional arguments in order (those after "--" included).
@@ -99,6 +101,7 @@ class ORVANE_API ArgOption {
     std::string helpText() const;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -39,14 +39,17 @@ class Array {
                   "Array elements must be nothrow move-constructible");
 
   public:
+    // The class name printed in the log lines of an Array's refusals.
     static constexpr const char* className = "Array";
 
     Array() = default;
     // The first N values of `values`; more are refused (logged) and left out.
     Array(std::initializer_list<T> values) : Array(className, values) {}
+    // Copies every element of `other`.
     Array(const Array& other) : logName_(other.logName_) {
         for (const T& v : other) new (slot(size_++)) T(v);
     }
+    // Replaces the elements with copies of `other`'s.
     Array& operator=(const Array& other) {
         if (this != &other) {
             clear();
@@ -56,9 +59,13 @@ class Array {
     }
     ~Array() { clear(); }
 
+    // The number of elements.
     size_t size() const { return size_; }
+    // N: the most elements the array holds.
     static constexpr size_t capacity() { return N; }
+    // True when there are no elements.
     bool empty() const { return size_ == 0; }
+    // True when size() is N.
     bool full() const { return size_ == N; }
     // Destroys every element; size() becomes 0.
     void clear() {
@@ -67,6 +74,7 @@ class Array {
 
     // Appends a copy / the moved value; false (logged) when full.
     bool push(const T& value) { return placeBack("push", value); }
+    // Appends the moved value; false (logged) when full.
     bool push(T&& value) { return placeBack("push", std::move(value)); }
     // Appends a T built from args in place; false (logged) when full.
     template <typename... Args>
@@ -106,6 +114,7 @@ class Array {
 
     // The element at `index`, or null (logged) when index >= size().
     T* at(size_t index) { return index < size_ ? slot(index) : outOfRange("at", index); }
+    // The element at `index`, or null (logged) when index >= size().
     const T* at(size_t index) const {
         return index < size_ ? slot(index) : outOfRange("at", index);
     }
@@ -117,6 +126,7 @@ class Array {
         *out = *slot(index);
         return true;
     }
+    // Overwrites the element at `index` with `value`; false (logged) when index >= size().
     bool set(size_t index, T value) {
         if (index >= size_) return outOfRange("set", index) != nullptr;
         *slot(index) = std::move(value);
@@ -124,13 +134,20 @@ class Array {
     }
     // The first / last element, or null (logged) when empty.
     T* front() { return size_ > 0 ? slot(0) : outOfRange("front", 0); }
+    // The last element, or null (logged) when empty.
     T* back() { return size_ > 0 ? slot(size_ - 1) : outOfRange("back", 0); }
 
+    // The first element's address; the elements are contiguous.
     T* data() { return slot(0); }
+    // The first element's address; the elements are contiguous.
     const T* data() const { return slot(0); }
+    // Iteration over the elements, first to last.
     T* begin() { return slot(0); }
+    // Iteration over the elements, first to last.
     T* end() { return slot(size_); }
+    // Iteration over the elements, first to last.
     const T* begin() const { return slot(0); }
+    // Iteration over the elements, first to last.
     const T* end() const { return slot(size_); }
 
   protected:
@@ -140,11 +157,14 @@ class Array {
             if (!push(v)) break;
         }
     }
+    // Logs `text` as an error of operation `op` under the array's log name; returns false.
     bool refuse(const char* op, const char* text) const {
         Tracer::getInstance().printAt(3, logName_, op, __LINE__, "%s", text);
         return false;
     }
     template <typename First, typename... Args>
+    // Logs a printf-style line as an error of operation `op` under the array's log name; returns
+    // false.
     bool refuse(const char* op, const char* fmt, First first, Args... args) const {
         Tracer::getInstance().printAt(3, logName_, op, __LINE__, fmt, first, args...);
         return false;
@@ -190,6 +210,7 @@ class Array {
 template <size_t N>
 class ByteArray : public Array<uint8_t, N> {
   public:
+    // The class name printed in the log lines of a ByteArray's refusals.
     static constexpr const char* className = "ByteArray";
     using Array<uint8_t, N>::size;
 
@@ -203,11 +224,15 @@ class ByteArray : public Array<uint8_t, N> {
         return appendBytes("append", bytes, len);
     }
     template <typename T>
+    // Appends the integer in big-endian order; false (logged, nothing appended) when it does not
+    // fit.
     bool appendBig(T v) {
         v = Endian::toBig(v);
         return appendBytes("appendBig", &v, sizeof v);
     }
     template <typename T>
+    // Appends the integer in little-endian order; false (logged, nothing appended) when it does not
+    // fit.
     bool appendLittle(T v) {
         v = Endian::toLittle(v);
         return appendBytes("appendLittle", &v, sizeof v);
@@ -220,6 +245,7 @@ class ByteArray : public Array<uint8_t, N> {
         return true;
     }
     template <typename T>
+    // The little-endian integer at `offset`; false (logged, *out untouched) past size().
     bool readLittle(size_t offset, T* out) const {
         if (!inside("readLittle", offset, sizeof(T), out)) return false;
         *out = Endian::readLittle<T>(this->data() + offset);
@@ -233,6 +259,8 @@ class ByteArray : public Array<uint8_t, N> {
         return true;
     }
     template <typename T>
+    // Overwrites the bytes at `offset` with the little-endian integer; false (logged, nothing
+    // written) past size().
     bool writeLittle(size_t offset, T v) {
         if (!inside("writeLittle", offset, sizeof(T), &v)) return false;
         Endian::writeLittle<T>(this->data() + offset, v);

@@ -34,13 +34,17 @@ namespace orvane {
 //   workers.
 class ORVANE_API AsyncTaskQueue {
   public:
+    // A task: called on a worker thread with the name it was queued under.
     using Task = std::function<void(const std::string&)>;
 
+    // A stopped queue called `name`; init() starts its workers.
     explicit AsyncTaskQueue(const std::string& name);
     virtual ~AsyncTaskQueue();
     AsyncTaskQueue(const AsyncTaskQueue&) = delete;
     AsyncTaskQueue& operator=(const AsyncTaskQueue&) = delete;
 
+    // Starts `workers` worker threads with the scheduling `param`; true when already running, false
+    // (logged) for fewer than 1 worker or a thread that cannot be started. Owner's thread.
     bool init(int workers, const SchedParam& param);
     // Appends a task and wakes one worker; dropped silently when the queue is
     // not running (before init(), during destruction). Any thread, including
@@ -51,12 +55,15 @@ class ORVANE_API AsyncTaskQueue {
     void putTask(Task&& task, std::string&& name);
     // The first waiting task, waiting at most 10 ms; empty name and function when none came.
     std::pair<std::string, Task> getTask();
+    // Drops the waiting tasks; running ones finish. Any thread.
     void clear();
     // Tasks put and not yet finished (waiting plus running); may go negative after clear().
     int size() const { return count.load(); }
+    // Workers not running a task at the moment. Any thread.
     int idles() const;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -44,7 +44,10 @@ class ORVANE_API Base64 {
         Wrap76Crlf = 8,
     };
 
+    // The Base64 text of `len` bytes at `data`, in the alphabet and padding chosen by `options`; ""
+    // for no bytes.
     static std::string encode(const void* data, size_t len, unsigned options = Standard);
+    // The same for the bytes of a string.
     static std::string encode(const std::string& data, unsigned options = Standard);
     // The bytes of `text`; "" for an empty text and (logged) for bad text.
     static std::string decode(const std::string& text, unsigned options = Standard);

@@ -47,6 +47,7 @@ namespace orvane {
 // Failures are logged once and give false.
 class ORVANE_API ConsoleIn {
   public:
+    // A command: called on the console's thread with the words of the line typed.
     using Handler = std::function<void(ConsoleIn& console, const std::vector<std::string>& words)>;
 
     ConsoleIn();
@@ -71,6 +72,7 @@ class ORVANE_API ConsoleIn {
     // Ends the thread, restores the terminal, closes a device opened by
     // start(path); true (also when not running).
     bool stop();
+    // True between start() and stop(). Any thread.
     bool isRunning() const { return running_; }
 
     // Runs one line as if it had been typed: false for an unknown command
@@ -83,6 +85,7 @@ class ORVANE_API ConsoleIn {
     static bool splitWords(const std::string& line, std::vector<std::string>* words);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -42,9 +42,11 @@ class ORVANE_API Coroutine {
     // The body; it runs on the scheduler's shared stack.
     virtual void routine() = 0;
 
+    // The id the coroutine was built with.
     int coroutineID() const { return id; }
     // 0 idle or finished, 1 running, 2 suspended.
     int state() const { return state_; }
+    // True while running or suspended.
     bool isRunning() const { return state_ != kIdle; }
 
     // From inside the body: saves the stack and switches to the scheduler.
@@ -59,10 +61,13 @@ class ORVANE_API Coroutine {
     // monotonic clock, so it sleeps only as precisely as the scheduler
     // resumes it. Returns at once when a yield is not possible.
     void usleep(int us);
+    // usleep() in milliseconds; negative counts as 0.
     void msleep(int ms);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The id the scheduler keeps the coroutine under.
     int id;
 
   private:
@@ -98,6 +103,7 @@ class ORVANE_API Coroutine {
 // Not thread-safe: the scheduler and its coroutines belong to one thread.
 class ORVANE_API CoScheduler {
   public:
+    // Size in bytes of the stack that every coroutine of a scheduler runs on.
     static constexpr size_t kStackSize = 1024 * 1024;
 
     CoScheduler();
@@ -117,7 +123,9 @@ class ORVANE_API CoScheduler {
     // The number of held coroutines that are not idle.
     int routines() const;
 
+    // The scheduler's own context, which the coroutines switch back to.
     ucontext_t* context() { return &context_; }
+    // The shared stack the coroutines run on (kStackSize bytes).
     unsigned char* stack() { return stack_; }
 
   private:
@@ -128,6 +136,7 @@ class ORVANE_API CoScheduler {
     int switchIn(Coroutine* co);
     bool onSharedStack(const void* address) const;
 
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
     std::map<int, std::shared_ptr<Coroutine>> coroutines;
     ucontext_t context_;

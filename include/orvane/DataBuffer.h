@@ -16,15 +16,23 @@ class ORVANE_API DataBuffer {
     DataBuffer();
     virtual ~DataBuffer() = 0;
 
+    // Allocates room for `size` bytes; false for a size below 1 or a failed allocation.
     virtual bool init(int size) = 0;
+    // Forgets the unread bytes.
     virtual void clear() = 0;
+    // The storage size in bytes.
     virtual int capacity() = 0;
+    // The bytes that putData can still store.
     virtual int space() = 0;
+    // The unread bytes.
     virtual int size() = 0;
+    // Stores bytes from `data`; returns the number stored.
     virtual int putData(char* data, int len) = 0;
+    // Takes up to `len` unread bytes into `buf`; returns the number taken.
     virtual int getData(char* buf, int len) = 0;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 };
 
@@ -124,6 +132,7 @@ class ORVANE_API RingBuffer : public DataBuffer {
     int getData(char* buf, int len) override;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -158,6 +167,7 @@ class ORVANE_API Parser {
     static bool parseNextInt(const char* text, unsigned int* pos, const char* sep, int* out);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 };
 

@@ -41,6 +41,7 @@ class ORVANE_API Delayer {
     bool stop();
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

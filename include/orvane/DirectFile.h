@@ -70,9 +70,11 @@ class ORVANE_API DirectFile : public IODevice {
     // or -1 on error, when the file may hold part of the bytes.
     int writeData(const char* data, int len) override;
     int recvData(char* buf, int len, int timeoutUs) override;
+    // As writeData; the timeout is not used.
     int sendData(const char* data, int len, int timeoutUs) override;
     // fsync(); see sync().
     void flush() override;
+    // The position for the next transfer, -1 when closed.
     long getPos() override;
     // Any position 0 or more (also past the end: a write there leaves a hole);
     // the new position, or -1.
@@ -86,6 +88,7 @@ class ORVANE_API DirectFile : public IODevice {
     unsigned int alignment() const { return alignment_; }
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

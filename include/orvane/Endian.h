@@ -31,11 +31,16 @@ namespace orvane {
 // int (4 bytes); say the width, writeBig<uint16_t>(...), when it matters.
 class Endian {
   public:
+    // True on a little-endian host.
     static constexpr bool isLittleHost() { return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__; }
+    // True on a big-endian host.
     static constexpr bool isBigHost() { return __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__; }
 
+    // v with its two bytes swapped.
     static constexpr uint16_t swap16(uint16_t v) { return __builtin_bswap16(v); }
+    // v with its four bytes in reverse order.
     static constexpr uint32_t swap32(uint32_t v) { return __builtin_bswap32(v); }
+    // v with its eight bytes in reverse order.
     static constexpr uint64_t swap64(uint64_t v) { return __builtin_bswap64(v); }
     // v with its bytes in reverse order, for any integer type of 1..8 bytes.
     template <typename T>
@@ -56,14 +61,17 @@ class Endian {
         return isLittleHost() ? swap(v) : v;
     }
     template <typename T>
+    // Big-endian to host order.
     static constexpr T fromBig(T v) {
         return toBig(v);
     }
     template <typename T>
+    // Host to little-endian order.
     static constexpr T toLittle(T v) {
         return isLittleHost() ? v : swap(v);
     }
     template <typename T>
+    // Little-endian to host order.
     static constexpr T fromLittle(T v) {
         return toLittle(v);
     }
@@ -74,14 +82,17 @@ class Endian {
         return fromBig(load<T>(p));
     }
     template <typename T>
+    // Unchecked: the little-endian value at p, any alignment.
     static T readLittle(const void* p) {
         return fromLittle(load<T>(p));
     }
     template <typename T>
+    // Unchecked: v stored big-endian at p, any alignment.
     static void writeBig(void* p, T v) {
         store(p, toBig(v));
     }
     template <typename T>
+    // Unchecked: v stored little-endian at p, any alignment.
     static void writeLittle(void* p, T v) {
         store(p, toLittle(v));
     }
@@ -96,18 +107,23 @@ class Endian {
         return true;
     }
     template <typename T>
+    // Checked little-endian read; see readBig.
     static bool readLittle(const void* buf, size_t size, size_t offset, T* out) {
         if (!fits(buf, out, size, offset, sizeof(T), "readLittle")) return false;
         *out = readLittle<T>(static_cast<const unsigned char*>(buf) + offset);
         return true;
     }
     template <typename T>
+    // Checked: v stored big-endian at buf[offset]; false (logged, buffer untouched) when it does
+    // not fit.
     static bool writeBig(void* buf, size_t size, size_t offset, T v) {
         if (!fits(buf, &v, size, offset, sizeof(T), "writeBig")) return false;
         writeBig<T>(static_cast<unsigned char*>(buf) + offset, v);
         return true;
     }
     template <typename T>
+    // Checked: v stored little-endian at buf[offset]; false (logged, buffer untouched) when it does
+    // not fit.
     static bool writeLittle(void* buf, size_t size, size_t offset, T v) {
         if (!fits(buf, &v, size, offset, sizeof(T), "writeLittle")) return false;
         writeLittle<T>(static_cast<unsigned char*>(buf) + offset, v);

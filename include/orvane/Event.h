@@ -25,6 +25,8 @@ class ORVANE_API Event {
 class ORVANE_API EventListener {
   public:
     virtual ~EventListener();
+    // Called on the dispatching thread with each event the listener is registered for; the result
+    // is not used by the dispatcher.
     virtual int onEvent(std::shared_ptr<Event> event) = 0;
 };
 
@@ -60,6 +62,7 @@ class ORVANE_API EventDispatcher {
     int dispatchEvent(std::shared_ptr<Event> event, int timeoutMs);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -93,6 +96,7 @@ class ORVANE_API EventNotifier {
     bool clearEvent();
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -62,6 +62,7 @@ class ORVANE_API EventLoop {
         HANGUP = 4,  // the peer hung up (EPOLLHUP, EPOLLRDHUP)
         ERROR = 8,   // an error is pending on the descriptor (EPOLLERR)
     };
+    // Called on the loop's thread with the descriptor and the readiness bits that woke it.
     using Handler = std::function<void(int fd, unsigned events)>;
 
     // `name` names the thread of start() and the loop's log lines. A loop
@@ -75,6 +76,7 @@ class ORVANE_API EventLoop {
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
 
+    // True when the epoll and wake-up descriptors were created.
     bool isValid() const { return epollFd.valid() && wakeFd.valid(); }
 
     // Watches `fd` for `interest` (READABLE and/or WRITABLE, or 0 for hang-up
@@ -125,6 +127,7 @@ class ORVANE_API EventLoop {
     int sources() const { return sourceCount.load(); }
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -20,6 +20,7 @@ class ORVANE_API FSListener {
     virtual ~FSListener();
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 };
 
@@ -54,6 +55,7 @@ class ORVANE_API FSMachine {
     bool processState();
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -64,14 +64,18 @@ class ORVANE_API Fifo : public IODevice {
     // open(name, mode, 0): the write end fails at once without a reader.
     bool open(const std::string& name, int mode) override;
     int readData(char* buf, int len) override;
+    // One write(): the byte count or -1.
     int writeData(const char* data, int len) override;
     int recvData(char* buf, int len, int timeoutUs) override;
+    // Waits up to timeoutUs until writable, then one write(): the byte count, -1 on error, -2 on
+    // timeout.
     int sendData(const char* data, int len, int timeoutUs) override;
     // Nothing to write back in a pipe (IODevice's fsync is left out).
     void flush() override {}
     // getPos and setPos are IODevice's: -1, a pipe has no position.
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -91,6 +91,7 @@ class ORVANE_API File : public IODevice {
     // Maps the whole file read-write and shared; the same address on later
     // calls. Null on failure, after which later calls return MAP_FAILED.
     void* mapMemory();
+    // Unmaps what mapMemory mapped; true when nothing is mapped, false (logged) when munmap fails.
     bool unmapMemory();
 
     // A path that exists and is not a directory (a dangling link does not exist).
@@ -99,6 +100,7 @@ class ORVANE_API File : public IODevice {
     static int type(const std::string& path);
     // Modification time in microseconds since the epoch; 0 on error.
     static int64_t modifyTime(const std::string& path);
+    // Removes the file or empty directory at `path`; false (logged) on failure.
     static bool remove(const std::string& path);
     // Refuses when oldPath does not exist or newPath exists (the two checks
     // and the rename are separate steps). To replace newPath, use replace().
@@ -108,14 +110,20 @@ class ORVANE_API File : public IODevice {
     // Both paths must be on one file system. False, with a logged line, when
     // the rename fails (oldPath missing, newPath a directory, another file system).
     static bool replace(const std::string& oldPath, const std::string& newPath);
+    // Cuts or extends the file at `path` to `length` bytes; false for a negative length or a file
+    // that cannot be opened (logged) or truncated.
     static bool truncate(const std::string& path, int length);
     // Size from lstat, truncated to 32 bits; 0 on error.
     static uint32_t getSize(const std::string& path);
+    // The whole content of the file at `path`; "" when it cannot be read.
     static std::string readAll(const std::string& path);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The C stream over the descriptor while open.
     FILE* stream;
+    // The address mapped by mapMemory, or null.
     void* mapAddr;
 
   private:

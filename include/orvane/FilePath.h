@@ -45,14 +45,19 @@ class ORVANE_API FilePath {
     FilePath(std::string path);  // NOLINT: implicit, a path is a string
     FilePath(const char* path);  // NOLINT: null is taken as ""
 
+    // The path as a string.
     const std::string& toString() const { return path_; }
+    // True for the empty path.
     bool empty() const { return path_.empty(); }
+    // True when the path starts with '/'.
     bool isAbsolute() const { return !path_.empty() && path_[0] == '/'; }
 
     // This path with `part` appended after one '/'; an absolute `part`
     // replaces it and an empty one leaves it as it is.
     FilePath join(const FilePath& part) const;
+    // join(): this path with `part` appended.
     FilePath operator/(const FilePath& part) const { return join(part); }
+    // Appends `part` to this path (join()).
     FilePath& operator/=(const FilePath& part) { return *this = join(part); }
 
     // The path without its last component: "/a/b" -> "/a", "/a" -> "/",
@@ -92,11 +97,15 @@ class ORVANE_API FilePath {
     // File::modifyTime gives it but following links; -1 (logged) on error.
     int64_t modifyTime() const;
 
+    // Comparisons of the path strings, byte for byte (no normalising).
     bool operator==(const FilePath& other) const { return path_ == other.path_; }
+    // Comparisons of the path strings, byte for byte (no normalising).
     bool operator!=(const FilePath& other) const { return path_ != other.path_; }
+    // Comparisons of the path strings, byte for byte (no normalising), for ordered containers.
     bool operator<(const FilePath& other) const { return path_ < other.path_; }
 
   private:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
     std::string path_;
 };

@@ -76,6 +76,7 @@ class ORVANE_API FileWriteProtection {
     static bool isProtected(const std::string& path);
 
   private:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
     std::string mountPoint_;
     bool writable_;

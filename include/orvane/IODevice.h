@@ -42,27 +42,39 @@ class ORVANE_API IODevice {
     IODevice(const IODevice&) = delete;
     IODevice& operator=(const IODevice&) = delete;
 
+    // Opens `name` with an IOMode `mode`; false (logged) when already open or the open fails. The
+    // base opens with open(2); File opens a stream.
     virtual bool open(const std::string& name, int mode);
     // Flushes through the virtual flush(), then closes. Always true.
     virtual bool close();
     // One read()/write(): the byte count or -1.
     virtual int readData(char* buf, int len);
+    // One write() (through the write-merge buffer when it has one): the byte count or -1.
     virtual int writeData(const char* data, int len);
     // Waits up to timeoutUs (negative: without limit) for readiness, then one
     // read()/write(). The byte count, -1 on error, -2 on timeout.
     virtual int recvData(char* buf, int len, int timeoutUs);
+    // Waits up to timeoutUs (negative: without limit) until writable, then one write(): the byte
+    // count, -1 on error, -2 on timeout.
     virtual int sendData(const char* data, int len, int timeoutUs);
     // Adds status flags (F_SETFL); flags are never removed.
     virtual bool setFlags(int flags);
+    // The descriptor's status flags (F_GETFL) into *flags; false for a null pointer or a failed
+    // call (logged).
     virtual bool getFlags(int* flags);
+    // The descriptor, or -1 when closed.
     virtual int fd() { return fd_.get(); }
+    // True while a descriptor above 0 is held.
     virtual bool isOpen() { return fd_.isAbove(0); }
     // Closes and opens again with the last name and mode.
     virtual bool reopen();
     // fsync() of the descriptor.
     virtual void flush();
+    // The current offset, -1 (logged) when closed or the seek fails.
     virtual long getPos();
+    // Moves to offset `pos` from the start; the new offset, or -1 (logged).
     virtual long setPos(long pos);
+    // Not supported by the base (logged warning, false); File sets the stream's buffer.
     virtual bool setIOBuffer(unsigned int size);
 
     // Capacity of the write-merge buffer: a multiple of 4096, set once, while
@@ -70,13 +82,21 @@ class ORVANE_API IODevice {
     bool setWMBuffer(unsigned int size);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The name the device was opened with.
     std::string devName;
+    // The device's descriptor (close-on-exec).
     UniqueFd fd_;
+    // The IOMode the device was opened with.
     int ioMode;
+    // True when opened for direct I/O (O_DIRECT).
     bool directIO;
+    // Capacity of the write-merge buffer, 0 for none.
     unsigned int wmSize;
+    // Bytes waiting in the write-merge buffer.
     unsigned int wmFill;
+    // The write-merge buffer; empty when unbuffered.
     std::unique_ptr<char[]> wmBuffer;
 
   private:

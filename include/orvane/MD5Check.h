@@ -30,6 +30,7 @@ namespace orvane {
 // thread at a time; the static operations may be called from any thread.
 class ORVANE_API MD5Check {
   public:
+    // An MD5 digest: 16 bytes.
     using Digest = std::array<uint8_t, 16>;
 
     MD5Check();
@@ -38,6 +39,7 @@ class ORVANE_API MD5Check {
     void reset();
     // Adds bytes to the message. A null data with len > 0 is refused (logged).
     void update(const void* data, size_t len);
+    // Adds the bytes of a string.
     void update(const std::string& data);
     // Adds a file's content, read in blocks. False (logged) when it cannot
     // be opened or read; the bytes read before a read error stay added.
@@ -48,9 +50,13 @@ class ORVANE_API MD5Check {
     // finish() as 32 lower-case hexadecimal digits.
     std::string finishHex();
 
+    // The digest of `len` bytes at `data`, in one call.
     static Digest digestOf(const void* data, size_t len);
+    // The digest of a string's bytes.
     static Digest digestOf(const std::string& data);
+    // digestOf() as 32 lower-case hexadecimal digits.
     static std::string hexOf(const void* data, size_t len);
+    // digestOf() of a string as 32 lower-case hexadecimal digits.
     static std::string hexOf(const std::string& data);
     // The digest of a file's content; false (logged) when it cannot be read.
     static bool digestFile(const std::string& path, Digest* out);
@@ -65,6 +71,7 @@ class ORVANE_API MD5Check {
     // Parses 32 hex digits (either case); false (logged) for anything else.
     static bool fromHex(const std::string& hex, Digest* out);
 
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -28,6 +28,7 @@ namespace orvane {
 // thread at a time uses an object.
 class ORVANE_API MemShared {
   public:
+    // What backs the block: a POSIX shared-memory object or a plain file.
     enum Type { TYPE_SHM = 0, TYPE_FILE = 1 };
 
     MemShared();
@@ -37,20 +38,29 @@ class ORVANE_API MemShared {
 
     // `length` > 0 sets the object's size; otherwise its current size is mapped.
     bool open(std::string sharedName, int length, int mode, MemShared::Type kind);
+    // Unmaps the block; see the class comment for what stays.
     void close();
     // Copies min(size, len) bytes; that count, or -1.
     int putData(const void* data, int len);
+    // Copies min(size, len) bytes from the start of the block into `buf`; that count, or -1.
     int getData(void* buf, int len);
     // The object's current size (fstat), 0 when closed.
     int32_t size();
+    // The mapped address, or null when closed.
     void* data() { return addr; }
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // What backs the block.
     Type type;
+    // The descriptor of the object or file.
     UniqueFd fd;
+    // The mapped size in bytes.
     int32_t size_;
+    // The mapped address, or null.
     void* addr;
+    // The name the block was opened under.
     std::string name;
 
   private:
@@ -63,9 +73,13 @@ class ORVANE_API MemShared {
 // to init(), so such an area must come from malloc or calloc.
 class ORVANE_API MemPool {
   public:
+    // One block of the pool's area.
     struct MemBlock {
+        // True while an owner holds the block.
         bool used;
+        // The block's address in the area.
         void* addr;
+        // The name of the holder; empty when free.
         std::string owner;
     };
 
@@ -86,10 +100,15 @@ class ORVANE_API MemPool {
     void showMemory();
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // Blocks in the pool.
     int blockCount;
+    // Size of each block in bytes.
     int blockSize;
+    // Every block, in address order.
     std::vector<MemBlock> blocks;
+    // Held by every operation.
     std::mutex mutex;
 
   private:

@@ -39,6 +39,7 @@ static_assert(std::is_standard_layout<MsgBody>::value, "MsgBody is a plain recor
 // atomic); initialize belongs to the owner.
 class ORVANE_API MsgQueue {
   public:
+    // A queue object for `key`; initialize() creates the queue.
     explicit MsgQueue(int key);
     virtual ~MsgQueue();
     MsgQueue(const MsgQueue&) = delete;
@@ -46,6 +47,8 @@ class ORVANE_API MsgQueue {
 
     // "/mq_%x" of the key: lower-case hexadecimal, no leading zeros.
     static std::string getMqName(int key);
+    // Creates a fresh queue (see the class comment); false (logged) when the mount or mq_open
+    // fails.
     bool initialize();
     // 0 when the record was queued, -1 otherwise.
     int sendMsg(const MsgBody& msg);
@@ -57,8 +60,10 @@ class ORVANE_API MsgQueue {
     int clearMsg(int timeout);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
     UniqueFd mqd;  // a message-queue descriptor is a file descriptor on Linux
+    // The key given to the constructor.
     int key;
 };
 
@@ -77,6 +82,7 @@ class ORVANE_API MsgQueueFactory : public Singleton<MsgQueueFactory> {
     friend class Singleton<MsgQueueFactory>;
     MsgQueueFactory();
 
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
     std::map<int, std::shared_ptr<MsgQueue>> queues;
     std::mutex mutex;

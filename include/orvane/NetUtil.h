@@ -33,12 +33,19 @@ class ORVANE_API NetUtil {
     // dotted IPv4 ("" when the interface has none), mac is six lower-case
     // hexadecimal pairs joined by ':' ("" for an interface without one).
     struct Interface {
+        // The interface name, e.g. "eth0".
         std::string name;
+        // The kernel's interface index, -1 when unknown.
         int index = -1;
+        // IPv4 address.
         std::string address;
+        // IPv4 netmask.
         std::string netmask;
+        // IPv4 broadcast address.
         std::string broadcast;
+        // Hardware address.
         std::string mac;
+        // MTU in bytes, -1 when unknown.
         int mtu = -1;
         bool up = false;        // administratively up (IFF_UP)
         bool running = false;   // link carrier present (IFF_RUNNING)
@@ -57,7 +64,9 @@ class ORVANE_API NetUtil {
     // The interface's IPv4 address / netmask / broadcast address in dotted
     // form; "" when it has none or does not exist.
     static std::string getAddress(const std::string& name);
+    // The netmask in dotted form; "" when none or no such interface.
     static std::string getNetmask(const std::string& name);
+    // The broadcast address in dotted form; "" when none or no such interface.
     static std::string getBroadcast(const std::string& name);
     // The hardware address as "aa:bb:cc:dd:ee:ff"; "" on failure.
     static std::string getMacAddress(const std::string& name);
@@ -67,12 +76,15 @@ class ORVANE_API NetUtil {
     static int getIndex(const std::string& name);
     // IFF_UP and IFF_RUNNING; false also for an interface that does not exist.
     static bool isUp(const std::string& name);
+    // True when the link has carrier (IFF_RUNNING).
     static bool isRunning(const std::string& name);
 
     // Privileged setters (CAP_NET_ADMIN). Addresses are dotted IPv4;
     // setNetmask refuses a mask whose ones are not contiguous.
     static bool setAddress(const std::string& name, const std::string& address);
+    // Sets the IPv4 netmask; false (logged) for a bad or non-contiguous mask or a refused call.
     static bool setNetmask(const std::string& name, const std::string& netmask);
+    // Sets the IPv4 broadcast address; false (logged) for a bad address or a refused call.
     static bool setBroadcast(const std::string& name, const std::string& broadcast);
     // mac as six hexadecimal pairs joined by ':' or '-'; the interface must
     // usually be down to take it.

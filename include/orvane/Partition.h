@@ -11,9 +11,12 @@ namespace orvane {
 // One mounted file system as /proc/self/mountinfo describes it, with the
 // kernel's octal escapes (\040 for a space, \011, \012, \134) decoded.
 struct ORVANE_API MountInfo {
+    // The mount's id in the table.
     int mountId = -1;
+    // The id of the mount this one is mounted on.
     int parentId = -1;
     unsigned int major = 0;  // device number of the file system
+    // Minor device number of the file system.
     unsigned int minor = 0;
     std::string root;          // directory of the file system mounted here ("/" usually)
     std::string mountPoint;    // where it is mounted, e.g. "/data"
@@ -62,7 +65,9 @@ class ORVANE_API Partition {
     // Size, free bytes and bytes available to unprivileged users of the file
     // system holding `path`; -1 (logged) on error.
     static int64_t totalBytes(const std::string& path);
+    // Free bytes of the file system holding `path`; -1 (logged) on error.
     static int64_t freeBytes(const std::string& path);
+    // Bytes available to unprivileged users; -1 (logged) on error.
     static int64_t availableBytes(const std::string& path);
     // Whether the file system holding `path` is mounted read-only; false
     // (logged) also when statvfs fails.

@@ -39,6 +39,7 @@ enum PinEdge { PIN_EDGE_NONE = 0, PIN_EDGE_RISING = 1, PIN_EDGE_FALLING = 2, PIN
 class ORVANE_API PinCtrl {
   public:
     PinCtrl();
+    // Pins under `root` instead of "/sys/class/gpio" (a tree of regular files in tests).
     explicit PinCtrl(const std::string& root);
     ~PinCtrl();
     PinCtrl(const PinCtrl&) = delete;
@@ -51,6 +52,7 @@ class ORVANE_API PinCtrl {
     // Closes the value file and unexports the pin if open() exported it.
     // True also when nothing was open.
     bool close();
+    // True while a pin's value file is open.
     bool isOpen() const { return value_.valid(); }
     // The open pin's number, -1 when closed.
     int pin() const { return pin_; }
@@ -58,8 +60,10 @@ class ORVANE_API PinCtrl {
     // Writes `pin` to "<root>/export" / "<root>/unexport". exportPin waits up
     // to 1 s for the pin's directory to appear; an exported pin is success.
     bool exportPin(int pin);
+    // Unexports `pin`; false (logged) when the write fails.
     bool unexportPin(int pin);
 
+    // PIN_IN or PIN_OUT for the open pin; false (logged) otherwise.
     bool setDirection(int direction);
     // PIN_IN or PIN_OUT, -1 on failure.
     int getDirection();
@@ -67,6 +71,7 @@ class ORVANE_API PinCtrl {
     int getValue();
     // value 0 or 1; the pin must be an output.
     bool setValue(int value);
+    // Sets the open pin's active_low attribute; false (logged) when it cannot be written.
     bool setActiveLow(bool activeLow);
     // 1 or 0, -1 on failure.
     int getActiveLow();
@@ -80,6 +85,7 @@ class ORVANE_API PinCtrl {
     int waitEdge(int timeoutUs, int* value = nullptr);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -132,9 +138,11 @@ class ORVANE_API PinChip {
     bool open(int chip);
     // Releases the lines and closes the chip; true also when nothing was open.
     bool close();
+    // True while a chip is open.
     bool isOpen() const { return chip_.valid(); }
     // The chip's label and number of lines; "" and 0 while closed.
     const std::string& label() const { return label_; }
+    // The number of lines of the open chip; 0 while closed.
     int lineCount() const { return lines_; }
 
     // Requests `offsets` (1 to 64 distinct lines below lineCount()) as
@@ -156,6 +164,7 @@ class ORVANE_API PinChip {
     int waitEvent(PinEvent* event, int timeoutUs);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

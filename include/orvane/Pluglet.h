@@ -35,10 +35,13 @@ class ORVANE_API Pluglet {
     bool putSymbol(std::string name);
     // The table's address for name, or null when it was never put.
     void* getSymbol(std::string name) const;
+    // True while a plug-in is loaded.
     bool isOpen() const { return handle != nullptr; }
+    // Unloads the plug-in (dlclose); nothing when none is loaded.
     void close();
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

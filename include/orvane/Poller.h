@@ -17,11 +17,15 @@ namespace orvane {
 class ORVANE_API PollEvent {
   public:
     PollEvent() : className("PollEvent") {}
+    // Wait for `eventType` (0 readable, 1 writable) on `descriptor`.
     PollEvent(int descriptor, int eventType)
         : className("PollEvent"), fd(descriptor), type(eventType) {}
 
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The descriptor.
     int fd = -1;
+    // 0 readable, 1 writable.
     int type = 0;
 };
 
@@ -54,13 +58,17 @@ class ORVANE_API Poller {
     // Closes the epoll descriptor and frees the event buffer; registered
     // descriptors stay open. Safe to call twice.
     void close();
+    // Registers the descriptor for its type; false when closed, full, for a negative descriptor or
+    // when epoll_ctl fails.
     bool addEvent(const PollEvent& event);
+    // Removes a registration; false when closed or epoll_ctl fails.
     bool removeEvent(const PollEvent& event);
     // The ready descriptors, one event each (readable wins over writable);
     // descriptors with only error or hang-up bits are left out.
     std::vector<std::shared_ptr<PollEvent>> waitEvent(int timeoutUs);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -42,14 +42,20 @@ class ORVANE_API Regex {
         Multiline = 2,
     };
 
+    // Compiles `pattern` with the flags; a pattern that does not compile is logged and gives an
+    // invalid object (isValid() false, nothing matches).
     explicit Regex(const std::string& pattern, unsigned flags = 0);
     ~Regex();
+    // Takes the compiled pattern over; `other` becomes invalid.
     Regex(Regex&& other) noexcept;
+    // Takes the compiled pattern over; `other` becomes invalid.
     Regex& operator=(Regex&& other) noexcept;
     Regex(const Regex&) = delete;
     Regex& operator=(const Regex&) = delete;
 
+    // True when the pattern compiled.
     bool isValid() const { return compiled_ != nullptr; }
+    // The pattern as given.
     const std::string& pattern() const { return pattern_; }
     // Number of parenthesised groups in the pattern; 0 when invalid.
     size_t groupCount() const;
@@ -74,6 +80,7 @@ class ORVANE_API Regex {
     std::string replace(const std::string& text, const std::string& replacement,
                         bool all = true) const;
 
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

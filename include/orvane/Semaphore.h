@@ -31,16 +31,23 @@ class ORVANE_API Semaphore {
     Semaphore(const Semaphore&) = delete;
     Semaphore& operator=(const Semaphore&) = delete;
 
+    // Opens the semaphore (see the class comment for a value below 0 and for names); false (logged)
+    // on failure.
     virtual bool open(int value, const std::string& name);
+    // Closes a named semaphore or destroys an unnamed one; false (logged) on failure.
     virtual bool close();
     // Removes the name from the system; true for an unnamed semaphore.
     virtual bool unlink();
     // Negative timeoutMs: blocks; else polls until the timeout (0: one attempt).
     virtual bool wait(int timeoutMs);
+    // Adds one to the count, waking one waiter; false when not open or sem_post fails.
     virtual bool post();
+    // The current count into *value; false for a null pointer, when not open or when the query
+    // fails.
     virtual bool getValue(int* value);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -64,12 +71,17 @@ class ORVANE_API RWMutex {
     RWMutex(const RWMutex&) = delete;
     RWMutex& operator=(const RWMutex&) = delete;
 
+    // Takes the lock for reading; waits while a writer holds it.
     void lockR();
+    // Leaves as a reader; the last reader out releases the lock.
     void unLockR();
+    // Takes the lock for writing; waits until no reader or writer holds it.
     void lockW();
+    // Releases the write lock.
     void unLockW();
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -50,6 +50,8 @@ class ORVANE_API SerialPort : public IODevice {
     // pulled out) and every later call returns 0 or -1 at once, without a
     // log line. Check isHungUp(), then close() and reopen the path.
     int recvData(char* buf, int len, int timeoutUs) override;
+    // Waits up to timeoutUs until writable, then one write(): the byte count, -1 on error, -2 on
+    // timeout.
     int sendData(const char* data, int len, int timeoutUs) override;
     // True when the open line has hung up or failed (poll reports POLLHUP,
     // POLLERR or POLLNVAL): the device is gone, and only a close() and a new
@@ -67,13 +69,17 @@ class ORVANE_API SerialPort : public IODevice {
     // common line, 8E1 (the default line of Modbus RTU) and XON/XOFF
     // included, which the attribute codes cannot express.
     struct LineSettings {
+        // Parity bit of a character.
         enum class Parity { None, Odd, Even };
+        // Flow control.
         enum class Flow { None, Hardware, Software };  // RTS/CTS, XON/XOFF
 
         int baud = 115200;  // any rate with a termios constant, 50 ... 4000000
         int dataBits = 8;   // 5 to 8
+        // Parity bit: none, odd or even.
         Parity parity = Parity::None;
         int stopBits = 1;  // 1 or 2
+        // Flow control: none, RTS/CTS or XON/XOFF.
         Flow flow = Flow::None;
     };
 
@@ -97,6 +103,7 @@ class ORVANE_API SerialPort : public IODevice {
     static std::string lineText(const LineSettings& line);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -32,6 +32,8 @@ class ORVANE_API TcpServer : public Runnable {
     // bound to addr:port ("" any address, port 0 the kernel's choice) and
     // listening with `backlog`.
     virtual bool setup(std::string addr, unsigned short port, int backlog);
+    // Called on the server's thread with each accepted client; move it out of the reference to keep
+    // it.
     virtual void newConnection(std::unique_ptr<TcpSocket>& client) = 0;
 
     // Asks the thread running this server to stop.
@@ -40,9 +42,13 @@ class ORVANE_API TcpServer : public Runnable {
     unsigned short localPort() const;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The socket the server accepts on; empty before setup().
     std::unique_ptr<TcpSocket> listenSocket;
 
+    // Opens `socket` on addr:port, listens with `backlog` and makes it the listening socket; false
+    // (logged) when a step fails.
     bool listenOn(std::unique_ptr<TcpSocket> socket, const std::string& addr, unsigned short port,
                   int backlog);
 };
@@ -57,6 +63,7 @@ class ORVANE_API LocalTcpServer : public TcpServer {
     bool setup(std::string path, unsigned short port, int backlog) override;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 };
 
@@ -90,7 +97,9 @@ class ORVANE_API UdpServer : public Runnable {
 
     // Binds the socket to addr:port ("" any address, port 0 the kernel's choice).
     bool setup(std::string addr, unsigned short port);
+    // The bound port (host order); 0 before setup.
     unsigned short localPort() const { return socket_.localPort(); }
+    // The server's socket, to send answers from outside the handler.
     UdpSocket& socket() { return socket_; }
     // Ends the loop within one 10 ms wait, from any thread (a handler on the
     // server's thread may call it too), and clears the running flag of the
@@ -100,7 +109,9 @@ class ORVANE_API UdpServer : public Runnable {
     void quit();
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The socket the server receives on.
     UdpSocket socket_;
     int reserved;  // kept for layout; unused
 

@@ -25,10 +25,14 @@ extern template class ORVANE_API Singleton<SignalHandler>;
 // dispositions are never restored.
 class ORVANE_API SignalHandler : public Singleton<SignalHandler> {
   public:
+    // One registered signal.
     struct SigAction {
+        // The signal number.
         int signo = 0;
+        // True once the counting handler is installed for it.
         bool installed = false;
         struct sigaction previous {};
+        // Run on the application thread, in the order registered, after a delivery.
         std::vector<std::function<void()>> callbacks;
 
         // The handler installed for every registered signal.
@@ -47,6 +51,7 @@ class ORVANE_API SignalHandler : public Singleton<SignalHandler> {
     friend class Singleton<SignalHandler>;
     SignalHandler();
 
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
     std::mutex mutex;
     // Deliveries counted since the last poll, one entry per signal number from

@@ -15,6 +15,7 @@ namespace orvane {
 template <class T>
 class ORVANE_API Singleton {
   public:
+    // The one instance, constructed on first use (thread-safe, as a function-local static).
     static T& getInstance();
 
     Singleton(const Singleton&) = delete;

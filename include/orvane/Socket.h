@@ -36,13 +36,20 @@ class ORVANE_API Socket {
     // Opens the descriptor and binds it to a local address ("" any) and port
     // (0 lets the kernel choose). Does nothing and succeeds when already open.
     virtual bool open(const std::string& addr, unsigned short port) = 0;
+    // Closes the descriptor; true also when none is open.
     virtual bool close();
     // One read; 0 at the peer's end of stream.
     virtual int readData(char* buf, int len);
     // Writes all `len` bytes; on EAGAIN returns what was written so far.
     virtual int writeData(const char* data, int len);
+    // Waits up to timeoutUs for data and copies it without taking it: the byte count, 0 at the end
+    // of stream, -1 on error, -2 on timeout.
     virtual int peekData(char* buf, int len, int timeoutUs);
+    // Waits up to timeoutUs for data, then one read: the byte count, 0 at the end of stream, -1 on
+    // error, -2 on timeout.
     virtual int recvData(char* buf, int len, int timeoutUs);
+    // Waits up to timeoutUs until the socket is writable, then one send: the byte count, -1 on
+    // error, -2 on timeout.
     virtual int sendData(const char* data, int len, int timeoutUs);
     // SocketOption selectors; 0 on success, -1 on failure.
     virtual int setOption(int opt, int value);
@@ -50,12 +57,15 @@ class ORVANE_API Socket {
     virtual int getOption(int opt);
     // Records the peer: the address only when non-empty, and the port.
     virtual bool setConnection(const std::string& addr, unsigned short port);
+    // The recorded peer address and port; false for null pointers.
     virtual bool getConnection(std::string* addr, unsigned short* port);
 
     // Binds `sock` to addr:port; port 0 takes the kernel's choice, logged and
     // kept (see localPort).
     bool bindPort(int sock, unsigned short port, std::string addr);
+    // True while a descriptor is held.
     bool isOpen() const { return fd_.valid(); }
+    // The descriptor, or -1 when closed.
     int fd() const { return fd_.get(); }
     // Adopts `sock` when this socket holds no descriptor (fd < 1) and sock > 0;
     // a descriptor 0 held until then is closed.
@@ -64,10 +74,15 @@ class ORVANE_API Socket {
     unsigned short localPort() const { return ntohs(localAddr.sin_port); }
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The peer's address as set by setConnection or the last receive.
     std::string peerAddr;
+    // The peer's port, host order.
     unsigned short peerPort;
+    // The socket's descriptor (close-on-exec).
     UniqueFd fd_;
+    // The address of the last successful bindPort.
     sockaddr_in localAddr;
 };
 
@@ -83,15 +98,19 @@ class ORVANE_API TcpSocket : public Socket {
   public:
     TcpSocket();
     bool open(const std::string& addr, unsigned short port) override;
+    // Closes the socket; true also when it was not open.
     bool close() override;
     // Connects to addr:port and records it as the peer.
     bool setConnection(const std::string& addr, unsigned short port) override;
+    // Starts listening with a queue of `backlog` pending connections; false when not open or
+    // listen() fails.
     virtual bool listenConnection(int backlog);
     // Accepts one connection and hands its descriptor to `client`; a client
     // that is already open keeps its own descriptor and the new one is closed.
     virtual bool acceptConnection(TcpSocket* client);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 };
 
@@ -108,11 +127,15 @@ class ORVANE_API LocalTcpSocket : public TcpSocket {
     bool setConnection(const std::string& path, unsigned short port) override;
     bool acceptConnection(TcpSocket* client) override;
 
+    // The path this socket is bound to; empty for an unbound client.
     const std::string& localPath() const { return localPath_; }
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The socket file this socket is bound to.
     std::string localPath_;
+    // The socket file of the peer it connected to.
     std::string peerPath;
 };
 
@@ -125,16 +148,22 @@ class ORVANE_API UdpSocket : public Socket {
   public:
     UdpSocket();
     bool open(const std::string& addr, unsigned short port) override;
+    // Closes the socket; true also when it was not open.
     bool close() override;
     int readData(char* buf, int len) override;
     int writeData(const char* data, int len) override;
+    // Waits up to timeoutUs for a datagram and receives it, recording its sender as the peer: the
+    // byte count, -1 on error, -2 on timeout.
     int recvData(char* buf, int len, int timeoutUs) override;
+    // Waits up to timeoutUs until writable, then sends one datagram to the peer: the byte count, -1
+    // on error (also with no peer), -2 on timeout.
     int sendData(const char* data, int len, int timeoutUs) override;
     // Sends one datagram to the peer without logging anything; -1 on any
     // failure. Meant for log output, which must never log.
     int writeTrace(const char* data, int len);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -22,13 +22,21 @@ class ORVANE_API CANFrame {
     // As above; format 1 sets the extended-format flag in the identifier.
     CANFrame(unsigned int id, const char* data, unsigned char len, unsigned char format);
 
+    // Always 0 (standard frame), also for extended frames.
     int format() const { return 0; }
+    // Always 0 (data frame).
     int type() const { return 0; }
+    // Always 0 (no error frame).
     int error() const { return 0; }
+    // The identifier cut to 11 bits (format() is always 0).
     unsigned int id() const { return canid_ & (format() == 1 ? 0x1FFFFFFFu : 0x7FFu); }
+    // The whole identifier word with the kernel's flag bits.
     unsigned int canid() const { return canid_; }
+    // The number of data bytes, 0..8.
     unsigned char dataLen() const { return dlc; }
+    // The eight data bytes.
     char* data() { return payload; }
+    // The eight data bytes.
     const char* data() const { return payload; }
 
   private:
@@ -59,13 +67,17 @@ class ORVANE_API SocketCAN : public Socket {
     int getOption(int opt) override;
     bool setConnection(const std::string& addr, unsigned short port) override;
 
+    // The interface name open() was given.
     std::string interface() const { return ifName; }
     // One frame; 0 on success, -1 on an error, -2 on a timeout.
     int recvFrame(CANFrame* frame, int timeoutUs);
+    // One frame; 0 on success, -1 on an error, -2 on a timeout.
     int sendFrame(const CANFrame& frame, int timeoutUs);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The interface name open() was given.
     std::string ifName;
 };
 

@@ -32,6 +32,7 @@ namespace orvane {
 // Costs: two descriptors; no thread, no buffer of its own.
 class ORVANE_API SocketPair {
   public:
+    // STREAM: a byte stream (SOCK_STREAM); DATAGRAM: whole messages (SOCK_DGRAM).
     enum Type { STREAM = 0, DATAGRAM = 1 };
 
     SocketPair();
@@ -60,6 +61,7 @@ class ORVANE_API SocketPair {
     bool isOpen(int end) const;
     // The descriptor of `end`, or -1.
     int fd(int end) const;
+    // The Type the pair was opened with.
     int type() const { return type_; }
 
     // One read on `end`: the count, 0 at the peer's end of stream (stream
@@ -76,6 +78,7 @@ class ORVANE_API SocketPair {
     int sendData(int end, const char* data, int len, int timeoutUs);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -27,20 +27,29 @@ class ORVANE_API SpiDev {
     SpiDev(const SpiDev&) = delete;
     SpiDev& operator=(const SpiDev&) = delete;
 
+    // Opens the spidev device at `path` and sets its mode, speed, delay and word size; false
+    // (logged) when it cannot be opened or a setting is refused (the device is then closed).
     bool open(const std::string& path, unsigned int spiMode, unsigned int speedHz,
               unsigned short delayUs, unsigned char bitsPerWord);
     // rx may be null (nothing is read back); rxlen bytes of the answer that
     // follow the first txlen bytes of the message are copied to rx.
     bool transfer(unsigned char* tx, unsigned int txlen, unsigned char* rx, unsigned int rxlen);
+    // Closes the device; nothing when closed.
     void close();
 
+    // The descriptor, or -1 when closed.
     int fd() const { return fd_.get(); }
+    // The SPI mode set by open().
     uint32_t mode() const { return mode_; }
+    // The clock speed in hertz set by open().
     uint32_t speed() const { return speed_; }
+    // The delay in microseconds after each transfer.
     uint16_t delay() const { return delay_; }
+    // Bits per word.
     uint8_t bits() const { return bits_; }
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

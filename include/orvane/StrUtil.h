@@ -27,6 +27,7 @@ class ORVANE_API StrUtil {
                                   const std::string& close);
     // Each byte as two upper-case hexadecimal digits and one blank: "A5 01 ".
     static std::string hexView(const std::string& data);
+    // The same for `len` bytes at `data`; "" for a null pointer or len below 1.
     static std::string hexView(const char* data, int len);
     // The split: the pieces of s between occurrences of sep, in order; with
     // dropEmpty the empty ones are left out (so a run of separators counts as
@@ -44,12 +45,17 @@ class ORVANE_API StrUtil {
     // s without the ASCII white space (blank, \t, \n, \v, \f, \r) at its
     // start (trimLeft), its end (trimRight) or both (trim).
     static std::string trim(const std::string& s);
+    // s without leading white space.
     static std::string trimLeft(const std::string& s);
+    // s without trailing white space.
     static std::string trimRight(const std::string& s);
     // s with ASCII letters changed to upper / lower case; other bytes kept.
     static std::string toUpper(const std::string& s);
+    // s with ASCII letters in lower case.
     static std::string toLower(const std::string& s);
+    // True when s begins with `prefix` (always for an empty prefix).
     static bool startsWith(const std::string& s, const std::string& prefix);
+    // True when s ends with `suffix` (always for an empty suffix).
     static bool endsWith(const std::string& s, const std::string& suffix);
     // s with every occurrence of `from` replaced by `to`, scanning left to
     // right without rescanning replaced text. An empty `from` gives s as is.
@@ -63,8 +69,11 @@ class ORVANE_API StrUtil {
     // untouched) for anything else, a value out of the type's range, a bad
     // base or a null out.
     static bool toInt(const std::string& text, int* out, int base = 10);
+    // toInt for unsigned int.
     static bool toUInt(const std::string& text, unsigned int* out, int base = 10);
+    // toInt for int64_t.
     static bool toInt64(const std::string& text, int64_t* out, int base = 10);
+    // toInt for uint64_t.
     static bool toUInt64(const std::string& text, uint64_t* out, int base = 10);
     // toInt, also refusing (logged) a value outside [minValue, maxValue]:
     // the form for settings with limits ("port", "baud rate").

@@ -22,12 +22,19 @@ class ORVANE_API SysStat {
     // The counters of one "cpu" line of /proc/stat, in clock ticks, kept to 32 bits.
     struct CpuStat {
         std::string name;  // "cpu" for the total line, "cpu<N>" for CPU N
+        // Ticks in user mode.
         uint32_t user = 0;
+        // Ticks in user mode at low priority.
         uint32_t nice = 0;
+        // Ticks in kernel mode.
         uint32_t system = 0;
+        // Ticks idle.
         uint32_t idle = 0;
+        // Ticks idle waiting for I/O.
         uint32_t iowait = 0;
+        // Ticks serving interrupts.
         uint32_t irq = 0;
+        // Ticks serving soft interrupts.
         uint32_t softirq = 0;
     };
 
@@ -51,9 +58,11 @@ class ORVANE_API SysStat {
     int cpuCount() const { return cpuCount_; }
     // In kB, as the kernel gives them.
     int memTotal() const { return memTotal_; }
+    // MemFree in kB.
     int memFree() const { return memFree_; }
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

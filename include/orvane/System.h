@@ -83,6 +83,7 @@ class ORVANE_API System {
     // call is refused with a logged line before anything is done, and
     // returns false. On success it does not return.
     static bool reboot();
+    // As reboot(), but powers the machine off.
     static bool powerOff();
 };
 

@@ -30,12 +30,17 @@ class ORVANE_API Runnable {
     Runnable();
     virtual ~Runnable();
 
+    // The work, on the thread started with it; return when `thread` reports that it is no longer
+    // running.
     virtual void run(const Thread& thread) = 0;
     // True when no thread runs this, else whether that thread was asked to stop.
     bool isStopped() const;
+    // Asks the thread that runs this to stop (clears its running flag); nothing when no thread runs
+    // it. Any thread.
     void quit();
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -55,6 +60,7 @@ class ORVANE_API Runnable {
 class ORVANE_API Thread {
   public:
     Thread();
+    // An idle thread; `name` becomes the kernel's thread name when it starts.
     explicit Thread(const std::string& name);
     virtual ~Thread();
     Thread(const Thread&) = delete;
@@ -62,10 +68,16 @@ class ORVANE_API Thread {
 
     // A new, idle thread with the same name.
     virtual std::unique_ptr<Thread> clone() const;
+    // Starts a thread that runs `runnable`; false (logged) when already running or the thread
+    // cannot be created. The runnable must outlive the run.
     virtual bool start(const Runnable& runnable);
+    // Clears the running flag and waits at most `timeoutMs` (10 s for less than 1) for the body to
+    // end; false, with a forced-quit log line, when it did not.
     virtual bool stop(int timeoutMs);
+    // True from start() until the body returns or stop() is called. Any thread.
     virtual bool isRunning() const;
 
+    // The thread's name. Any thread.
     const std::string& name() const { return name_; }
     // Low 32 bits of pthread_self() of the running thread.
     unsigned int tid() const { return pthreadId; }
@@ -74,11 +86,17 @@ class ORVANE_API Thread {
 
     // Sleep at least 1 us / 1 ms, resuming after signal interruptions.
     static void usleep(int us);
+    // Sleeps at least `ms` milliseconds (1 for less).
     static void msleep(int ms);
+    // Applies `param` to the calling thread (affinity, policy and priority or nice value, name);
+    // false, logged, when the system refuses a part (the others are still applied).
     static bool setSchedParam(const SchedParam& param);
+    // The calling thread's affinity, policy, priority and name into *param; false for a null
+    // pointer or a failed query.
     static bool getSchedParam(SchedParam* param);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -99,14 +117,17 @@ class ORVANE_API Thread {
 class ORVANE_API Threading {
   public:
     Threading() : className("Threading") {}
+    // A group called `groupName` in its log lines.
     explicit Threading(const std::string& groupName) : className("Threading"), name(groupName) {}
     virtual ~Threading();
     Threading(const Threading&) = delete;
     Threading& operator=(const Threading&) = delete;
 
+    // Runs `fn` on a new thread of this group; the destructor joins it.
     void start(std::function<void()> fn);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

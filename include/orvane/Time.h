@@ -21,23 +21,34 @@ namespace orvane {
 class ORVANE_API Time {
   public:
     Time() = default;
+    // `sec` seconds and `usec` microseconds, normalised so that usec stays within one second.
     Time(long sec, long usec);
     // Truncated toward zero, to the microsecond; NaN gives 0, and the seconds
     // are kept within +-9.2e12 so that toMicroSec() cannot overflow.
     explicit Time(double seconds);
+    // A span of `microseconds`.
     // On 32-bit targets unsigned long ends at 2^32 us (71 minutes); there
     // fromMicroSec() carries any count.
     explicit Time(unsigned long microseconds);
+    // The time in a timeval.
     explicit Time(const timeval& tv);
+    // The time in a timespec, truncated to the microsecond.
     explicit Time(const timespec& ts);
+    // Copies are plain values.
     Time(const Time&) = default;
+    // Copies are plain values.
     Time& operator=(const Time&) = default;
     virtual ~Time() = default;
 
+    // Whole seconds.
     int64_t sec() const { return sec_; }
+    // Microseconds within the second.
     int64_t usec() const { return usec_; }
+    // As a timeval.
     timeval toTimeval() const;
+    // The whole time in microseconds.
     int64_t toMicroSec() const { return sec_ * 1000000 + usec_; }
+    // The whole time in seconds.
     double toSec() const { return static_cast<double>(sec_) + static_cast<double>(usec_) / 1e6; }
     // "%ld.%06d": whole seconds, a point, six digits of microseconds.
     std::string toString() const;
@@ -50,17 +61,24 @@ class ORVANE_API Time {
     // every target, where Time(unsigned long) and Time(long, long) stop at
     // 32 bits on 32-bit ones. Any thread; a few instructions.
     static Time fromMicroSec(int64_t microseconds);
+    // Now on the epoch clock (CLOCK_REALTIME).
     static Time fromEpoch();
+    // Now on the monotonic clock (CLOCK_MONOTONIC).
     static Time fromMono();
     // Microseconds elapsed on the monotonic clock since start.
     static int64_t usSinceMono(const Time& start);
 
+    // Sum of two times, normalised.
     Time operator+(const Time& other) const;
+    // Difference of two times, normalised.
     Time operator-(const Time& other) const;
     // Field by field, seconds first.
     bool operator==(const Time& other) const;
+    // Field by field, seconds first.
     bool operator!=(const Time& other) const { return !(*this == other); }
+    // Field by field, seconds first.
     bool operator<(const Time& other) const;
+    // Field by field, seconds first.
     bool operator>(const Time& other) const;
 
   private:
@@ -83,6 +101,7 @@ class ORVANE_API DateTime {
     DateTime() = default;
     // Local time of t's seconds; milliseconds from its microseconds; dst -1.
     explicit DateTime(const Time& t);
+    // The given local date and time, 0 ms; no check of the values.
     DateTime(unsigned year, unsigned month, unsigned day, unsigned hour, unsigned minute,
              unsigned second);
 
@@ -94,7 +113,9 @@ class ORVANE_API DateTime {
     DateTime toUTC() const;
     // 0 Sunday .. 6 Saturday.
     int weekday() const;
+    // Every fourth year, with the 100-year exception and without the 400-year one.
     bool isLeapYear() const;
+    // "%d-%02d-%02d %02d:%02d:%02d": the time field of every log line.
     std::string toString() const;
     // toString() with withMilliseconds false; with it true, ".mmm" follows the
     // seconds ("2026-11-25 17:40:07.042"), as a timestamp in a data log wants.
@@ -123,22 +144,35 @@ class ORVANE_API DateTime {
     static bool setDateTime(const Time& t, const std::string& zone);
     // The hardware clock (/dev/rtc0); the default value when it cannot be read.
     static DateTime getRtcTime();
+    // Writes the given time to the hardware clock (/dev/rtc0); false (logged) when it cannot be
+    // opened or set.
     static bool setRtcTime(const DateTime& value);
 
     // Field by field, most significant first, down to the millisecond; the
     // dst flag describes the zone, not the moment, and is not compared.
     bool operator==(const DateTime& other) const;
+    // Field by field; the dst flag is not compared.
     bool operator!=(const DateTime& other) const { return !(*this == other); }
+    // Field by field; the dst flag is not compared.
     bool operator<(const DateTime& other) const;
+    // Field by field; the dst flag is not compared.
     bool operator>(const DateTime& other) const;
 
+    // Year, e.g. 2026.
     int year = 0;
+    // Month, 1..12.
     int month = 0;
+    // Day of the month, 1..31.
     int day = 0;
+    // Hour, 0..23.
     int hour = 0;
+    // Minute, 0..59.
     int minute = 0;
+    // Second, 0..60.
     int second = 0;
+    // Millisecond, 0..999.
     int millisecond = 0;
+    // Daylight saving: positive in force, 0 not, negative unknown.
     int dst = -1;
 };
 
@@ -148,8 +182,11 @@ class ORVANE_API DateTime {
 // up. Not thread-safe: one Rate belongs to one loop.
 class ORVANE_API Rate {
   public:
+    // Paces at `hz` from now (see the class comment for the period).
     explicit Rate(float hz);
+    // Copies are plain values.
     Rate(const Rate&) = default;
+    // Copies are plain values.
     Rate& operator=(const Rate&) = default;
 
     // A new period when hz > 0 (else the old one stays); the period restarts now.
@@ -159,6 +196,7 @@ class ORVANE_API Rate {
     // Non-sleeping form: false while the period runs, else moves on and returns true.
     // The argument is not used by the pacing rule.
     bool wakeup(float hz = 0);
+    // The period in microseconds.
     uint64_t period() const { return period_; }
 
   private:

@@ -34,6 +34,7 @@ namespace orvane {
 class ORVANE_API TimerListener {
   public:
     virtual ~TimerListener();
+    // Called on the timer's thread with the id the timer was built with, once per firing.
     virtual void onTimer(int id) = 0;
 };
 
@@ -47,6 +48,7 @@ class ORVANE_API TimerListener {
 // before it is destroyed.
 class ORVANE_API Timer {
   public:
+    // A timer of `periodMs` (periodic when `repeat`), started now; below 1 ms it never fires.
     Timer(int periodMs, bool repeat);
 
     // A period of 1 ms or more replaces period and repeat flag (else both
@@ -58,6 +60,7 @@ class ORVANE_API Timer {
     bool checkTimeout(const std::function<void()>& callback);
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -86,6 +89,8 @@ class ORVANE_API TimerManager : public Runnable {
     TimerManager(const TimerManager&) = delete;
     TimerManager& operator=(const TimerManager&) = delete;
 
+    // Starts the manager's thread ("TimerManager"); false when it is already running or cannot be
+    // started.
     bool start();
     // Waits at most 10 s for the current pass to end.
     bool stop();
@@ -93,11 +98,15 @@ class ORVANE_API TimerManager : public Runnable {
     // period from now (re-arming a periodic timer). The timer is kept by
     // address and must outlive its registration.
     bool registerTimer(const Timer& timer, std::function<void()> callback);
+    // Forgets the timer; nothing for one not registered. Waits for a pass that is running.
     void unregisterTimer(const Timer& timer);
 
+    // The manager's thread body: checks every registered timer each millisecond and calls the
+    // callbacks of those that fired, holding the manager's mutex.
     void run(const Thread& thread) override;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -117,6 +126,7 @@ class ORVANE_API TimerManager : public Runnable {
 // destructor stops the thread. A one-shot timer's thread ends after firing.
 class ORVANE_API RTimer : public Runnable {
   public:
+    // A stopped timer that calls `listener` with `id`; the listener must outlive the timer.
     RTimer(const TimerListener& listener, int id);
     // The same with a listener that may be null; start() then fails.
     RTimer(TimerListener* listener, int id);
@@ -130,9 +140,11 @@ class ORVANE_API RTimer : public Runnable {
     // Waits at most 10 s for the thread to end.
     bool stop();
 
+    // The timer thread's body: sleeps in steps and calls the listener each period.
     void run(const Thread& thread) override;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:
@@ -162,6 +174,7 @@ class ORVANE_API RTimer : public Runnable {
 // (standard input closed) counts as no timer for stop(), which leaves it armed.
 class ORVANE_API HRTimer : public Runnable {
   public:
+    // A stopped timer that calls `listener` with `id`; the listener must outlive the timer.
     HRTimer(const TimerListener& listener, int id);
     // The same with a listener that may be null; start() then fails.
     HRTimer(TimerListener* listener, int id);
@@ -169,13 +182,17 @@ class ORVANE_API HRTimer : public Runnable {
     HRTimer(const HRTimer&) = delete;
     HRTimer& operator=(const HRTimer&) = delete;
 
+    // Arms the timerfd with `periodMs` (periodic when `repeat`) and starts the thread; see the
+    // class comment for the failures.
     bool start(int periodMs, bool repeat);
     // Disarms the timer and waits at most 10 s for the thread to end.
     bool stop();
 
+    // The timer thread's body: polls the timerfd and calls the listener once per wake-up.
     void run(const Thread& thread) override;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

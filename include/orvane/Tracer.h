@@ -78,11 +78,17 @@ class ORVANE_API Tracer : public Singleton<Tracer> {
     }
     // Stores 0..4 as the filter level; every sink hears the value (negative as 0).
     void setLevel(int level);
+    // The filter level. Any thread.
     int getLevel() const { return level.load(); }
     // True when a line of this level passes the filter.
     bool enabled(int lineLevel) const { return lineLevel >= level.load(); }
+    // Adds a sink to the ones every line goes to; ignored for an empty pointer or while the sink
+    // thread runs. Before start().
     void addSink(std::shared_ptr<TracerSink> sink);
+    // Starts the sink thread, which delivers queued lines every 10 ms; nothing when running.
     void start();
+    // Calls every sink's onFlushed() on the calling thread; the queued lines are
+    // left to the sink thread.
     void flush();
     // One delivery pass of every queued line; the sink thread runs it every 10 ms.
     void sinkMsg();
@@ -127,6 +133,7 @@ int checkLogFormat(const char* format, ...) __attribute__((format(printf, 1, 2))
 // level when at least thresholdMs milliseconds passed (0 always logs).
 class ORVANE_API TraceDuration {
   public:
+    // Starts measuring the scope called `name`; logs when destroyed after at least `thresholdMs`.
     TraceDuration(const std::string& name, unsigned int thresholdMs);
     ~TraceDuration();
     TraceDuration(const TraceDuration&) = delete;

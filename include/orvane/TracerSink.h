@@ -20,17 +20,22 @@ class ORVANE_API TracerSink {
     TracerSink(const TracerSink&) = delete;
     TracerSink& operator=(const TracerSink&) = delete;
 
+    // Called on the sink thread after each batch of lines was delivered; does nothing by default.
     virtual void onFlushed();
+    // Called by Tracer::setLevel with the new level; the base stores it as the sink's level.
     virtual void onLevelChanged(int level);
     // Delivers one line; `level` comes from the line's tag (0..4, or a user level above 4).
     virtual void sink(int level, const std::string& line) = 0;
 
     // The base's own name, "TracerSink" for every sink.
     const std::string& sinkName() const { return name; }
+    // The sink's level, as last set through onLevelChanged. Any thread.
     int sinkLevel() const { return level.load(); }
 
   protected:
+    // The base's own name, "TracerSink".
     std::string name;
+    // The sink's level (see sinkLevel).
     std::atomic<int> level;
 };
 
@@ -45,6 +50,7 @@ class ORVANE_API STDSink : public TracerSink {
     void sink(int lineLevel, const std::string& line) override;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 };
 
@@ -56,6 +62,7 @@ class ORVANE_API SyslogSink : public TracerSink {
     void sink(int lineLevel, const std::string& line) override;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 };
 
@@ -67,13 +74,18 @@ class ORVANE_API SyslogSink : public TracerSink {
 // not be opened stays silent; send errors are ignored, never retried.
 class ORVANE_API UDPSink : public TracerSink {
   public:
+    // A sink sending to `peer`:`port` from a UDP socket on an ephemeral port; a socket that cannot
+    // be opened leaves the sink silent (logged once).
     UDPSink(const std::string& peer, unsigned short port);
     ~UDPSink() override;
+    // Stores the level, which decides the user levels above 4 that are sent.
     void onLevelChanged(int newLevel) override;
     void sink(int lineLevel, const std::string& line) override;
 
   protected:
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
+    // The socket the datagrams leave from; empty when it could not be opened.
     std::shared_ptr<UdpSocket> socket;
 };
 

@@ -25,13 +25,17 @@ namespace orvane {
 // object that holds it does. Costs one int and no allocation.
 class UniqueFd {
   public:
+    // The value held when no descriptor is owned.
     static constexpr int kNone = -1;
 
     UniqueFd() noexcept = default;
+    // Takes `fd` over; a negative value owns nothing.
     explicit UniqueFd(int fd) noexcept : fd_(fd < 0 ? kNone : fd) {}
     ~UniqueFd() { reset(); }
 
+    // Takes the descriptor of `other`, which then owns nothing.
     UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
+    // Closes the owned descriptor and takes the one of `other`.
     UniqueFd& operator=(UniqueFd&& other) noexcept {
         if (this != &other) reset(other.release());
         return *this;
@@ -41,7 +45,9 @@ class UniqueFd {
 
     // The descriptor, or -1 when none is owned. Ownership stays here.
     int get() const noexcept { return fd_; }
+    // True when a descriptor is owned (0 included).
     bool valid() const noexcept { return fd_ >= 0; }
+    // valid().
     explicit operator bool() const noexcept { return valid(); }
     // True when a descriptor above `floor` is owned: isAbove(0) is the test
     // of the classes that take descriptor 0 as "not open".

@@ -48,19 +48,29 @@ namespace test {
 
 // One assertion that did not hold.
 struct ORVANE_API TestFailure {
+    // The source file of the assertion.
     std::string file;
+    // Its line.
     int line = 0;
+    // What did not hold.
     std::string message;
 };
 
 // The outcome of one test.
 struct ORVANE_API TestResult {
+    // The test's suite.
     std::string suite;
+    // The test's name.
     std::string name;
+    // The assertions that did not hold.
     std::vector<TestFailure> failures;
+    // True when the test asked to be skipped.
     bool skipped = false;
+    // Why it was skipped.
     std::string skipReason;
+    // How long the test ran.
     double seconds = 0;
+    // No failure and not skipped.
     bool passed() const { return failures.empty() && !skipped; }
     // An assertion failed; run() counts such a test as failed even when it
     // also asked to be skipped.
@@ -69,11 +79,17 @@ struct ORVANE_API TestResult {
 
 // A registered test: its suite, name, place of definition and body.
 struct ORVANE_API TestInfo {
+    // The suite the test belongs to.
     std::string suite;
+    // The test's name within its suite.
     std::string name;
+    // The source file that defines it.
     std::string file;
+    // Its line.
     int line = 0;
+    // The test itself.
     std::function<void()> body;
+    // "Suite.Name", the form the filter matches.
     std::string fullName() const { return suite + "." + name; }
 };
 
@@ -95,6 +111,7 @@ class ORVANE_API TestRunner {
     // An empty filter or "*" passes everything.
     static bool matchesFilter(const std::string& fullName, const std::string& filter);
 
+    // Runs only the tests that pass `filter` (see matchesFilter).
     void setFilter(const std::string& filter) { filter_ = filter; }
     // Writes a JUnit XML report there after run(); "" (the default) writes none.
     void setJUnitPath(const std::string& path) { junitPath_ = path; }
@@ -116,12 +133,14 @@ class ORVANE_API TestRunner {
     // For the assertion macros: record a failure of the running test (or
     // print it to stderr when no test runs), or mark it skipped.
     static void recordFailure(const char* file, int line, const std::string& message);
+    // Marks the running test skipped for `reason`.
     static void recordSkip(const std::string& reason);
     // For the NEAR macros: true when |a - b| <= tolerance, else records the
     // failure with both texts and values.
     static bool checkNear(const char* file, int line, const char* aText, const char* bText,
                           double a, double b, double tolerance);
 
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

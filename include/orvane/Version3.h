@@ -26,6 +26,7 @@ class ORVANE_API Version3 {
   public:
     // 0.0.0.
     Version3();
+    // The version major.minor.patch.
     Version3(uint32_t majorVersion, uint32_t minorVersion, uint32_t patchVersion);
 
     // Reads "major.minor.patch"; false (logged, value unchanged) on bad text.
@@ -36,25 +37,37 @@ class ORVANE_API Version3 {
     // "major.minor.patch", which parse() reads back.
     std::string toString() const;
 
+    // The major part.
     uint32_t majorVersion() const { return major_; }
+    // The minor part.
     uint32_t minorVersion() const { return minor_; }
+    // The patch part.
     uint32_t patchVersion() const { return patch_; }
 
     // Each adds one to its part and zeroes the lower parts; false (logged,
     // value unchanged) when the part is already 4294967295.
     bool incrementMajor();
+    // Adds one to the minor part and zeroes the patch part; false (logged) at the maximum.
     bool incrementMinor();
+    // Adds one to the patch part; false (logged) at the maximum.
     bool incrementPatch();
 
     // Negative, 0 or positive as this is older than, equal to or newer than other.
     int compare(const Version3& other) const;
+    // Comparisons by compare(): part by part, major first.
     bool operator==(const Version3& other) const { return compare(other) == 0; }
+    // Comparisons by compare(): part by part, major first.
     bool operator!=(const Version3& other) const { return compare(other) != 0; }
+    // Comparisons by compare(): part by part, major first.
     bool operator<(const Version3& other) const { return compare(other) < 0; }
+    // Comparisons by compare(): part by part, major first.
     bool operator<=(const Version3& other) const { return compare(other) <= 0; }
+    // Comparisons by compare(): part by part, major first.
     bool operator>(const Version3& other) const { return compare(other) > 0; }
+    // Comparisons by compare(): part by part, major first.
     bool operator>=(const Version3& other) const { return compare(other) >= 0; }
 
+    // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
 
   private:

@@ -50,7 +50,7 @@ TEST_F(DirectFileTest, WritesAndReadsAnyLengthAtAnyPositionAsAPlainFile) {
     for (size_t i = 0; i < sizeof writes / sizeof writes[0]; ++i) {
         SCOPED_TRACE(i);
         std::string bytes = pattern(writes[i].len, i);
-        model.resize(std::max(model.size(), writes[i].pos + bytes.size()));
+        model.resize(std::max(model.size(), static_cast<size_t>(writes[i].pos) + bytes.size()));
         model.replace(static_cast<size_t>(writes[i].pos), bytes.size(), bytes);
         ASSERT_EQ(file.setPos(writes[i].pos), writes[i].pos);
         ASSERT_EQ(file.writeData(bytes.data(), static_cast<int>(bytes.size())),

@@ -16,6 +16,7 @@
 
 #include "device/SerialTermios.h"
 #include "support/Descriptors.h"
+#include "support/Emulator.h"
 #include "support/Refusal.h"
 
 // While a test points this at a list, every ioctl() of the process (the
@@ -109,7 +110,10 @@ TEST(SerialPort, ConfiguresExchangesWaitsAndDrivesRs485OverAPty) {
         tcflag_t cflag = lastTcsetattr.c_cflag & (CSIZE | row.on | row.off);
         EXPECT_EQ(cflag, row.size | row.on) << row.line[0];
         ASSERT_EQ(tcgetattr(port.fd(), &got), 0);
-        EXPECT_EQ(cfgetospeed(&got), row.speed);
+        // qemu-user translates no termios speed above 460800 baud: it reads back 0.
+        if (!test::underEmulator() || row.line[0] <= 460800) {
+            EXPECT_EQ(cfgetospeed(&got), row.speed);
+        }
         EXPECT_EQ(got.c_iflag, 0u);
         EXPECT_EQ(got.c_oflag, before.c_oflag & ~OPOST);
         EXPECT_EQ(got.c_lflag, before.c_lflag & ~(ISIG | ICANON | ECHO | ECHOE));
@@ -139,6 +143,8 @@ TEST(SerialPort, ConfiguresExchangesWaitsAndDrivesRs485OverAPty) {
     ioctlCalls = nullptr;
     // datamode 1 is only stored
     EXPECT_EQ(calls, (std::vector<long>{TIOCSRS485, 0, 16, 1, 16, 0}));
+    if (test::underEmulator())
+        GTEST_SKIP() << "qemu-user translates no termios speed above 460800 baud: 921600 unread";
 }
 
 // Silence times out; a hang-up ends the input at once, and isHungUp tells

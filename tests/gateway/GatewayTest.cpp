@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "gateway/GatewayProcess.h"
+#include "support/Emulator.h"
 #include "support/Eventually.h"
 
 namespace orvane::test {
@@ -31,8 +32,8 @@ size_t entriesOf(const std::string& dir) {
 // orvane-gateway on a free loopback port, started and ready.
 struct Gateway {
     explicit Gateway(std::vector<std::string> args)
-        : program(
-              (args.insert(args.begin(), {ORVANE_GATEWAY_PATH, "--listen", "127.0.0.1:0"}), args)) {
+        : program(targetCommand((
+              args.insert(args.begin(), {ORVANE_GATEWAY_PATH, "--listen", "127.0.0.1:0"}), args))) {
         const std::string ready = "gateway listening on 127.0.0.1:";
         EXPECT_TRUE(program.waitFor(ready)) << program.text();
         size_t at = program.text().find(ready);
@@ -169,7 +170,8 @@ TEST(Gateway, ServesClientsOfEveryKindWithoutGrowingAndQuitsOnSigterm) {
         EXPECT_EQ(run.wait(5000), 0);
         EXPECT_EQ(run.text(), hi);
     }
-    Program tool({ORVANE_GATEWAY_CLIENT_PATH, "127.0.0.1:" + port, "01 48 69", "0709"});
+    Program tool(
+        targetCommand({ORVANE_GATEWAY_CLIENT_PATH, "127.0.0.1:" + port, "01 48 69", "0709"}));
     EXPECT_EQ(tool.wait(5000), 1);  // the second request is an error answer
     EXPECT_TRUE(tool.waitFor("< 01 48 69 \n")) << tool.text();
     EXPECT_TRUE(tool.waitFor("< FF 03  (error: device does not know the command)"));
@@ -213,15 +215,16 @@ TEST(Gateway, RefusesOneClientTooManyAndClosesSilentOnes) {
 }
 
 TEST(Gateway, CommandLineGivesHelpAndRefusesBadOptionsWithStatusTwo) {
-    Program help({ORVANE_GATEWAY_PATH, "--help"});
+    Program help(targetCommand({ORVANE_GATEWAY_PATH, "--help"}));
     EXPECT_EQ(help.wait(5000), 0);
     EXPECT_TRUE(help.waitFor("--max-clients")) << help.text();
     for (const char* bad : {"--parity=mark", "--data-bits=9", "--listen=5020", "--bogus"}) {
-        Program run({ORVANE_GATEWAY_PATH, bad});
+        Program run(targetCommand({ORVANE_GATEWAY_PATH, bad}));
         EXPECT_EQ(run.wait(5000), 2) << bad;
         EXPECT_TRUE(run.waitFor("orvane-gateway: ")) << run.text();
     }
-    Program quits({ORVANE_GATEWAY_PATH, "--listen", "127.0.0.1:0", "--run-for", "0.2"});
+    Program quits(
+        targetCommand({ORVANE_GATEWAY_PATH, "--listen", "127.0.0.1:0", "--run-for", "0.2"}));
     EXPECT_EQ(quits.wait(5000), 0);
 }
 

@@ -2,8 +2,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <string>
 #include <thread>
+#include <vector>
 
+#include "support/Emulator.h"
 #include "support/Eventually.h"
 #include "support/ProcTasks.h"
 
@@ -19,6 +22,14 @@ int main(int argc, char** argv) {
     std::thread([&taskId] { taskId = syscall(SYS_gettid); }).join();
     orvane::test::eventually(
         [taskId] { return orvane::test::threadName(static_cast<int>(taskId)).empty(); });
-    ::testing::InitGoogleTest(&argc, argv);
+    // Under an emulator the kernel cannot execute the test binary itself, so
+    // the death tests' children start it through the emulator: its command
+    // line comes first in the arguments gtest re-runs.
+    std::vector<std::string> words = orvane::test::targetCommand({argv, argv + argc});
+    std::vector<char*> args;
+    for (std::string& word : words) args.push_back(word.data());
+    args.push_back(nullptr);
+    int count = static_cast<int>(words.size());
+    ::testing::InitGoogleTest(&count, args.data());
     return RUN_ALL_TESTS();
 }

@@ -70,8 +70,8 @@ TEST(System, RunsCommandsWithTheirStatusAndOutputAndKillsThemWhenTimeRunsOut) {
     EXPECT_EQ(big.size(), 1u << 20);  // the rest was read and dropped, so the command ended
     std::string output;
     test::expectRefusal(
-        [&] { return System::runCommand("sleep 30 & echo $!; wait", 100000, &output) != -2; },
-        "<E>DATE [runCommand,L#] command 'sleep 30 & echo $!; wait' still running after 100000 "
+        [&] { return System::runCommand("sleep 30 & echo $!; wait", 500000, &output) != -2; },
+        "<E>DATE [runCommand,L#] command 'sleep 30 & echo $!; wait' still running after 500000 "
         "us: killed");
     ASSERT_FALSE(output.empty());
     // Gone, or a zombie waiting for a reaper that is not this process.

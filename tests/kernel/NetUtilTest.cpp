@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 #include <orvane/NetUtil.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <vector>
 
 #include "support/ToolRun.h"
 
@@ -22,18 +20,12 @@ std::string sysNet(const std::string& name, const char* attribute) {
     return value;
 }
 
-// "10.11.12.1/24 brd 10.11.12.255" as ip prints the interface's first IPv4 address.
-std::string ipAddress(const std::string& name) {
-    std::string out = test::toolOutput("/usr/sbin/ip -o -4 addr show dev " + name +
-                                       " | sed -n '1s/.* inet \\([^ ]*\\) brd \\([^ ]*\\) "
-                                       ".*/\\1 brd \\2/p'");
-    return out.substr(0, out.find('\n'));
+void ip(const std::string& arguments) {
+    ASSERT_EQ(std::system(("/usr/sbin/ip " + arguments).c_str()), 0) << arguments;
 }
 
-void run(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
-
 TEST(KernelNetUtil, ReadsWhatTheDriversReport) {
-    struct Case {
+    const struct {
         const char* name;
         const char* address;
         const char* netmask;
@@ -42,11 +34,9 @@ TEST(KernelNetUtil, ReadsWhatTheDriversReport) {
     } cases[] = {
         {"lo", "127.0.0.1", "255.0.0.0", "", true},
         {"dummy0", "10.11.12.1", "255.255.255.0", "10.11.12.255", false},
-        {"veth0", "10.11.13.1", "255.255.255.0", "10.11.13.255", false},
         {"veth1", "", "", "", false},
     };
-    std::vector<std::string> names = NetUtil::interfaceNames();
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         NetUtil::Interface info;
         ASSERT_TRUE(NetUtil::getInterface(c.name, &info)) << c.name;
         EXPECT_EQ(info.address, c.address) << c.name;
@@ -57,59 +47,43 @@ TEST(KernelNetUtil, ReadsWhatTheDriversReport) {
         EXPECT_EQ(std::to_string(info.mtu), sysNet(c.name, "mtu")) << c.name;
         EXPECT_EQ(info.mac, sysNet(c.name, "address")) << c.name;  // lo: all zero
         EXPECT_TRUE(info.up && info.running) << c.name;
-        EXPECT_NE(std::find(names.begin(), names.end(), c.name), names.end()) << c.name;
     }
-}
-
-TEST(KernelNetUtil, SeesAVethLoseItsCarrierWithItsPeer) {
-    ASSERT_TRUE(NetUtil::setUp("veth1", false));
-    EXPECT_EQ(sysNet("veth1", "operstate"), "down");
-    EXPECT_TRUE(NetUtil::isUp("veth0"));
-    EXPECT_FALSE(NetUtil::isRunning("veth0"));  // no carrier without the peer
-    ASSERT_TRUE(NetUtil::setUp("veth1", true));
-    EXPECT_TRUE(NetUtil::isRunning("veth0"));
-    EXPECT_TRUE(NetUtil::isRunning("veth1"));
 }
 
 TEST(KernelNetUtil, SettersReachTheDriver) {
     ASSERT_TRUE(NetUtil::setAddress("dummy0", "10.20.30.40"));
     ASSERT_TRUE(NetUtil::setNetmask("dummy0", "255.255.0.0"));
     ASSERT_TRUE(NetUtil::setBroadcast("dummy0", "10.20.255.255"));
-    EXPECT_EQ(ipAddress("dummy0"), "10.20.30.40/16 brd 10.20.255.255");
+    EXPECT_NE(test::toolOutput("/usr/sbin/ip -o -4 addr show dev dummy0")
+                  .find(" inet 10.20.30.40/16 brd 10.20.255.255 "),
+              std::string::npos);
+    EXPECT_TRUE(NetUtil::setMtu("dummy0", 1280));
+    EXPECT_EQ(sysNet("dummy0", "mtu"), "1280");
 
-    for (int mtu : {1280, 9000, 68}) {
-        EXPECT_TRUE(NetUtil::setMtu("dummy0", mtu)) << mtu;
-        EXPECT_EQ(sysNet("dummy0", "mtu"), std::to_string(mtu));
-    }
-
-    struct MacCase {
-        const char* given;
-        const char* shown;
-    } macs[] = {{"02:00:00:aa:bb:cc", "02:00:00:aa:bb:cc"},
-                {"02-11-22-33-44-55", "02:11:22:33:44:55"}};
-    for (const MacCase& m : macs) {
-        ASSERT_TRUE(NetUtil::setUp("veth1", false));
-        EXPECT_TRUE(NetUtil::setMacAddress("veth1", m.given)) << m.given;
-        ASSERT_TRUE(NetUtil::setUp("veth1", true));
-        EXPECT_EQ(sysNet("veth1", "address"), m.shown);
-        EXPECT_EQ(NetUtil::getMacAddress("veth1"), m.shown);
-    }
-    // A multicast address is refused by the kernel.
-    EXPECT_FALSE(NetUtil::setMacAddress("veth1", "01:00:5e:00:00:01"));
+    // Down, veth1 takes its peer's carrier with it, and a new address.
+    ASSERT_TRUE(NetUtil::setUp("veth1", false));
+    EXPECT_EQ(sysNet("veth1", "operstate"), "down");
+    EXPECT_TRUE(NetUtil::isUp("veth0"));
+    EXPECT_FALSE(NetUtil::isRunning("veth0"));
+    EXPECT_TRUE(NetUtil::setMacAddress("veth1", "02-11-22-33-44-55"));
+    EXPECT_FALSE(NetUtil::setMacAddress("veth1", "01:00:5e:00:00:01"));  // multicast: refused
+    ASSERT_TRUE(NetUtil::setUp("veth1", true));
+    EXPECT_TRUE(NetUtil::isRunning("veth0"));
     EXPECT_EQ(sysNet("veth1", "address"), "02:11:22:33:44:55");
+    EXPECT_EQ(NetUtil::getMacAddress("veth1"), "02:11:22:33:44:55");
 }
 
 TEST(KernelNetUtil, FindsTheDefaultRouteWithTheLowestMetric) {
-    run("/usr/sbin/ip route add default via 10.11.13.254 dev veth0 metric 20");
+    ip("route add default via 10.11.13.254 dev veth0 metric 20");
     std::string ifName;
     EXPECT_EQ(NetUtil::getDefaultGateway(&ifName), "10.11.13.254");
     EXPECT_EQ(ifName, "veth0");
-    run("/usr/sbin/ip addr add 10.11.12.1/24 dev dummy0");  // beside what the setters left
-    run("/usr/sbin/ip route add default via 10.11.12.254 dev dummy0 metric 10");
+    ip("addr add 10.11.12.1/24 dev dummy0");  // beside what the setters left
+    ip("route add default via 10.11.12.254 dev dummy0 metric 10");
     EXPECT_EQ(NetUtil::getDefaultGateway(&ifName), "10.11.12.254");
     EXPECT_EQ(ifName, "dummy0");
-    run("/usr/sbin/ip route del default via 10.11.12.254 dev dummy0");
-    run("/usr/sbin/ip route del default via 10.11.13.254 dev veth0");
+    ip("route del default via 10.11.12.254 dev dummy0");
+    ip("route del default via 10.11.13.254 dev veth0");
     EXPECT_EQ(NetUtil::getDefaultGateway(), "");
 }
 

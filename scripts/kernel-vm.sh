@@ -102,13 +102,7 @@ for module in $modules; do add_module "$module"; done
 
 # The initramfs, built fresh for each run in a scratch folder.
 work=$(mktemp -d "${TMPDIR:-/tmp}/orvane-kernel-vm.XXXXXX")
-qemu_pid=
-# shellcheck disable=SC2317  # run by the trap
-cleanup() {
-    if [ -n "$qemu_pid" ]; then kill "$qemu_pid" 2> /dev/null || true; fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
+trap 'rm -rf "$work"' EXIT
 rootfs=$work/rootfs
 mkdir -p "$rootfs"/{bin,sbin,usr/bin,usr/sbin,proc,sys,dev,tmp,run,etc,root,mnt}
 mkdir -p "$rootfs/lib/modules/$release"
@@ -187,7 +181,10 @@ mke2fs -q -t ext4 -L orvanedisk -F "$work/disk.img"
 
 console=$work/console.log
 started=$(date +%s)
-qemu-system-x86_64 -accel tcg -machine pc -nographic -no-reboot -m 512 -smp 1 \
+# timeout stays in the foreground process group, so an interrupt reaches qemu.
+status=0
+timeout --foreground "$timeout" \
+    qemu-system-x86_64 -accel tcg -machine pc -nographic -no-reboot -m 512 -smp 1 \
     -monitor none -serial "file:$console" \
     -chardev "socket,id=uart1,path=$work/uart.sock,server=on,wait=off" -serial chardev:uart1 \
     -chardev "socket,id=uart2,path=$work/uart.sock" -serial chardev:uart2 \
@@ -197,19 +194,8 @@ qemu-system-x86_64 -accel tcg -machine pc -nographic -no-reboot -m 512 -smp 1 \
     -drive "file=$work/disk.img,format=raw,if=virtio" \
     -kernel "$vmlinuz" -initrd "$work/initramfs.cpio" \
     -append "console=ttyS0 quiet loglevel=1 panic=-1 rdinit=/init" \
-    < /dev/null > "$work/qemu.log" 2>&1 &
-qemu_pid=$!
-status=0
-while kill -0 "$qemu_pid" 2> /dev/null; do
-    if [ $(( $(date +%s) - started )) -ge "$timeout" ]; then
-        kill "$qemu_pid"
-        status=timeout
-        break
-    fi
-    sleep 1
-done
-wait "$qemu_pid" 2> /dev/null || true
-qemu_pid=
+    < /dev/null > "$work/qemu.log" 2>&1 || status=$?
+[ "$status" -ne 124 ] || status=timeout
 elapsed=$(( $(date +%s) - started ))
 
 # Without carriage returns and the firmware's terminal resets.

@@ -1,9 +1,7 @@
-#include <gtest/gtest.h>
 #include <orvane/Time.h>
 #include <sys/time.h>
 
 #include <cstdlib>
-#include <string>
 
 #include "support/LogCapture.h"
 #include "support/ToolRun.h"

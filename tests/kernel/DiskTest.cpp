@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <fstream>
 #include <sstream>
-#include <string>
 
 #include "support/ToolRun.h"
 

@@ -3,13 +3,11 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <string>
 
-#include "support/ToolRun.h"
-
-// NetUtil on the dummy and veth drivers. The virtual machine's /init sets up
-// dummy0 (10.11.12.1/24) and the pair veth0 (10.11.13.1/24) / veth1, all up,
-// and puts iproute2's ip at /usr/sbin/ip.
+// NetUtil on the dummy and veth drivers and the kernel's own route table.
+// The virtual machine's /init sets up dummy0 (10.11.12.1/24) and the pair
+// veth0 (10.11.13.1/24) / veth1, all up, and puts iproute2's ip at
+// /usr/sbin/ip. The namespace test of the net folder covers the rest.
 namespace orvane {
 namespace {
 
@@ -24,51 +22,22 @@ void ip(const std::string& arguments) {
     ASSERT_EQ(std::system(("/usr/sbin/ip " + arguments).c_str()), 0) << arguments;
 }
 
-TEST(KernelNetUtil, ReadsWhatTheDriversReport) {
-    const struct {
-        const char* name;
-        const char* address;
-        const char* netmask;
-        const char* broadcast;
-        bool loopback;
-    } cases[] = {
-        {"lo", "127.0.0.1", "255.0.0.0", "", true},
-        {"dummy0", "10.11.12.1", "255.255.255.0", "10.11.12.255", false},
-        {"veth1", "", "", "", false},
-    };
-    for (const auto& c : cases) {
-        NetUtil::Interface info;
-        ASSERT_TRUE(NetUtil::getInterface(c.name, &info)) << c.name;
-        EXPECT_EQ(info.address, c.address) << c.name;
-        EXPECT_EQ(info.netmask, c.netmask) << c.name;
-        EXPECT_EQ(info.broadcast, c.broadcast) << c.name;
-        EXPECT_EQ(info.loopback, c.loopback) << c.name;
-        EXPECT_EQ(std::to_string(info.index), sysNet(c.name, "ifindex")) << c.name;
-        EXPECT_EQ(std::to_string(info.mtu), sysNet(c.name, "mtu")) << c.name;
-        EXPECT_EQ(info.mac, sysNet(c.name, "address")) << c.name;  // lo: all zero
-        EXPECT_TRUE(info.up && info.running) << c.name;
-    }
-}
+TEST(KernelNetUtil, ReadsTheDummyDriverAndChangesTheVethsAddress) {
+    NetUtil::Interface info;
+    ASSERT_TRUE(NetUtil::getInterface("dummy0", &info));
+    EXPECT_EQ(info.address + " " + info.netmask + " " + info.broadcast,
+              "10.11.12.1 255.255.255.0 10.11.12.255");
+    EXPECT_EQ(std::to_string(info.index), sysNet("dummy0", "ifindex"));
+    EXPECT_EQ(std::to_string(info.mtu), sysNet("dummy0", "mtu"));
+    EXPECT_EQ(info.mac, sysNet("dummy0", "address"));
+    EXPECT_TRUE(info.up && info.running && !info.loopback);
 
-TEST(KernelNetUtil, SettersReachTheDriver) {
-    ASSERT_TRUE(NetUtil::setAddress("dummy0", "10.20.30.40"));
-    ASSERT_TRUE(NetUtil::setNetmask("dummy0", "255.255.0.0"));
-    ASSERT_TRUE(NetUtil::setBroadcast("dummy0", "10.20.255.255"));
-    EXPECT_NE(test::toolOutput("/usr/sbin/ip -o -4 addr show dev dummy0")
-                  .find(" inet 10.20.30.40/16 brd 10.20.255.255 "),
-              std::string::npos);
-    EXPECT_TRUE(NetUtil::setMtu("dummy0", 1280));
-    EXPECT_EQ(sysNet("dummy0", "mtu"), "1280");
-
-    // Down, veth1 takes its peer's carrier with it, and a new address.
+    // Down, veth1 takes a new address in either notation; the kernel refuses
+    // a multicast one.
     ASSERT_TRUE(NetUtil::setUp("veth1", false));
-    EXPECT_EQ(sysNet("veth1", "operstate"), "down");
-    EXPECT_TRUE(NetUtil::isUp("veth0"));
-    EXPECT_FALSE(NetUtil::isRunning("veth0"));
     EXPECT_TRUE(NetUtil::setMacAddress("veth1", "02-11-22-33-44-55"));
-    EXPECT_FALSE(NetUtil::setMacAddress("veth1", "01:00:5e:00:00:01"));  // multicast: refused
+    EXPECT_FALSE(NetUtil::setMacAddress("veth1", "01:00:5e:00:00:01"));
     ASSERT_TRUE(NetUtil::setUp("veth1", true));
-    EXPECT_TRUE(NetUtil::isRunning("veth0"));
     EXPECT_EQ(sysNet("veth1", "address"), "02:11:22:33:44:55");
     EXPECT_EQ(NetUtil::getMacAddress("veth1"), "02:11:22:33:44:55");
 }
@@ -78,7 +47,6 @@ TEST(KernelNetUtil, FindsTheDefaultRouteWithTheLowestMetric) {
     std::string ifName;
     EXPECT_EQ(NetUtil::getDefaultGateway(&ifName), "10.11.13.254");
     EXPECT_EQ(ifName, "veth0");
-    ip("addr add 10.11.12.1/24 dev dummy0");  // beside what the setters left
     ip("route add default via 10.11.12.254 dev dummy0 metric 10");
     EXPECT_EQ(NetUtil::getDefaultGateway(&ifName), "10.11.12.254");
     EXPECT_EQ(ifName, "dummy0");

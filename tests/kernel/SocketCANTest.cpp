@@ -1,11 +1,8 @@
-#include <gtest/gtest.h>
 #include <orvane/SocketCAN.h>
 #include <poll.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "support/LogCapture.h"
 

@@ -2,20 +2,16 @@
 #include <orvane/MsgQueue.h>
 #include <sys/stat.h>
 
-#include <cstdio>
 #include <fstream>
-#include <string>
+
+#include "support/ToolRun.h"
 
 // MsgQueue in a fresh machine, which starts without /dev/mqueue.
 namespace orvane {
 namespace {
 
-int mqueueMounts() {
-    std::ifstream mounts("/proc/mounts");
-    int count = 0;
-    for (std::string line; std::getline(mounts, line);)
-        count += line.find(" /dev/mqueue mqueue ") != std::string::npos;
-    return count;
+std::string mqueueMounts() {
+    return test::toolOutput("grep -c ' /dev/mqueue mqueue ' /proc/mounts");
 }
 
 // The kernel's line for the queue, up to its first blank: "QSIZE:396".
@@ -32,7 +28,7 @@ TEST(KernelMsgQueue, MountsTheQueueFileSystemOnFirstUseOnly) {
     {
         MsgQueue queue(7);
         ASSERT_TRUE(queue.initialize());
-        EXPECT_EQ(mqueueMounts(), 1);
+        EXPECT_EQ(mqueueMounts(), "1\n");
         EXPECT_EQ(queueSize(), "QSIZE:0");
 
         // Ten records fit; the kernel counts their bytes (132 each).
@@ -47,7 +43,7 @@ TEST(KernelMsgQueue, MountsTheQueueFileSystemOnFirstUseOnly) {
 
         MsgQueue second(8);  // the same name: it replaces the first queue
         ASSERT_TRUE(second.initialize());
-        EXPECT_EQ(mqueueMounts(), 1);
+        EXPECT_EQ(mqueueMounts(), "1\n");
         EXPECT_EQ(queueSize(), "QSIZE:0");
         // The first object still holds its queue, unnamed now.
         MsgBody got{};

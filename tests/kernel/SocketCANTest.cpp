@@ -29,10 +29,6 @@ const std::vector<Frame> kFrames = {
     {0x1FFFFFFF, "z", 1, 0x9FFFFFFF, "1FFFFFFF#7A"},
 };
 
-CANFrame frameOf(const Frame& f) {
-    return CANFrame(f.id, f.data.data(), static_cast<unsigned char>(f.data.size()), f.format);
-}
-
 TEST(KernelSocketCAN, OpensOnlyTheInterfaceItsCutNameNames) {
     const struct {
         const char* name;
@@ -69,7 +65,9 @@ TEST(KernelSocketCAN, SendsFramesThatCandumpShows) {
     }
     std::vector<std::string> expected;
     for (const Frame& f : kFrames) {
-        EXPECT_EQ(sender.sendFrame(frameOf(f), 1000000), 0) << f.candump;
+        const CANFrame sent(f.id, f.data.data(), static_cast<unsigned char>(f.data.size()),
+                            f.format);
+        EXPECT_EQ(sender.sendFrame(sent, 1000000), 0) << f.candump;
         expected.push_back(f.candump);
     }
     // "(1700000000.000000) vcan0 123#010203" reduced to "123#010203".

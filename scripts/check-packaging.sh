@@ -32,17 +32,19 @@ echo "---- Debian packages from $native ----"
 [ -f "$native/CMakeCache.txt" ] || { echo "no build tree at $native"; exit 1; }
 (cd "$native" && cpack -G DEB -B "$work/debs" > "$work/cpack.log") ||
     { cat "$work/cpack.log"; exit 1; }
+isInstalled() { dpkg-query -W -f='${Status}' "$1" 2> /dev/null | grep -q installed; }
 mapfile -t debs < <(ls "$work"/debs/*.deb)
-for deb in "${debs[@]}"; do
-    package=$(dpkg-deb -f "$deb" Package)
-    if dpkg-query -W -f='${Status}' "$package" 2> /dev/null | grep -q installed; then
-        echo "$package is already installed on this machine; not replacing it"
+mapfile -t packages < <(for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Package; done)
+for i in "${!debs[@]}"; do
+    deb=${debs[$i]}
+    if isInstalled "${packages[$i]}"; then
+        echo "${packages[$i]} is already installed on this machine; not replacing it"
         exit 1
     fi
     printf '%-40s %8d bytes  %s  Depends: %s\n' "$(basename "$deb")" "$(stat -c %s "$deb")" \
         "$(dpkg-deb -f "$deb" Architecture)" "$(dpkg-deb -f "$deb" Depends)"
 done
-mapfile -t installed < <(for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Package; done)
+installed=("${packages[@]}")
 dpkg -i "${debs[@]}" > /dev/null
 cmake -S .ci/consumer -B "$work/consumer-deb" -G Ninja > /dev/null
 cmake --build "$work/consumer-deb" > /dev/null
@@ -55,10 +57,8 @@ g++ -std=c++17 -Wall -Wextra -Werror .ci/consumer/main.cpp -o "$work/consumer-de
 echo "installed, built and ran the consumer through find_package and pkg-config"
 dpkg --purge "${installed[@]}" > /dev/null
 installed=()
-for deb in "${debs[@]}"; do
-    if dpkg-query -W -f='${Status}' "$(dpkg-deb -f "$deb" Package)" 2> /dev/null | grep -q installed; then
-        echo "$(dpkg-deb -f "$deb" Package) is still installed"; exit 1
-    fi
+for package in "${packages[@]}"; do
+    if isInstalled "$package"; then echo "$package is still installed"; exit 1; fi
 done
 [ ! -e /usr/include/orvane ] || { echo "/usr/include/orvane left behind"; exit 1; }
 echo "removed again"

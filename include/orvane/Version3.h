@@ -44,12 +44,14 @@ class ORVANE_API Version3 {
     // The patch part.
     uint32_t patchVersion() const { return patch_; }
 
-    // Each adds one to its part and zeroes the lower parts; false (logged,
-    // value unchanged) when the part is already 4294967295.
+    // Adds one to the major part and zeroes the minor and patch parts; false
+    // (logged, value unchanged) when the major part is already 4294967295.
     bool incrementMajor();
-    // Adds one to the minor part and zeroes the patch part; false (logged) at the maximum.
+    // Adds one to the minor part and zeroes the patch part; false (logged,
+    // value unchanged) when the minor part is already 4294967295.
     bool incrementMinor();
-    // Adds one to the patch part; false (logged) at the maximum.
+    // Adds one to the patch part; false (logged, value unchanged) when it is
+    // already 4294967295.
     bool incrementPatch();
 
     // Negative, 0 or positive as this is older than, equal to or newer than other.

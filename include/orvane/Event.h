@@ -25,8 +25,9 @@ class ORVANE_API Event {
 class ORVANE_API EventListener {
   public:
     virtual ~EventListener();
-    // Called on the dispatching thread with each event the listener is registered for; the result
-    // is not used by the dispatcher.
+    // Called on the dispatch's own thread (see EventDispatcher) with each
+    // event offered to it. 0 or more handles the event and becomes the
+    // dispatcher's answer; a negative result passes it to the next listener.
     virtual int onEvent(std::shared_ptr<Event> event) = 0;
 };
 

@@ -58,10 +58,12 @@ class ORVANE_API Poller {
     // Closes the epoll descriptor and frees the event buffer; registered
     // descriptors stay open. Safe to call twice.
     void close();
-    // Registers the descriptor for its type; false when closed, full, for a negative descriptor or
-    // when epoll_ctl fails.
+    // Registers the descriptor for its type; false when closed, full, for a
+    // negative descriptor or a type other than 0 and 1, or when epoll_ctl
+    // fails (as for a descriptor already registered).
     bool addEvent(const PollEvent& event);
-    // Removes a registration; false when closed or epoll_ctl fails.
+    // Removes a registration; false when closed or empty, for a type other than 0
+    // and 1, or when epoll_ctl fails.
     bool removeEvent(const PollEvent& event);
     // The ready descriptors, one event each (readable wins over writable);
     // descriptors with only error or hang-up bits are left out.

@@ -201,7 +201,6 @@ class ORVANE_API Rate {
 
   private:
     static uint64_t periodOf(float hz);
-    void advance(int64_t elapsedUs);
 
     Time start_;
     uint64_t period_;

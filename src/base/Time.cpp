@@ -8,6 +8,7 @@
 
 #include "base/DateTimeFields.h"
 #include "base/DateTimeText.h"
+#include "base/PeriodStart.h"
 
 namespace orvane {
 
@@ -224,27 +225,19 @@ void Rate::reset(float hz) {
     start_ = Time::fromMono();
 }
 
-void Rate::advance(int64_t elapsedUs) {
-    if (elapsedUs < static_cast<int64_t>(2 * period_)) {
-        start_ = start_ + Time::fromMicroSec(static_cast<int64_t>(period_));
-    } else {
-        start_ = Time::fromMono();
-    }
-}
-
 bool Rate::sleep() {
     int64_t elapsed = Time::usSinceMono(start_);
     if (static_cast<int64_t>(period_) > elapsed) {
         Thread::usleep(static_cast<int>(static_cast<int64_t>(period_) - elapsed));
     }
-    advance(Time::usSinceMono(start_));
+    start_ = detail::nextPeriodStart(start_, Time::fromMono(), static_cast<int64_t>(period_));
     return true;
 }
 
 bool Rate::wakeup(float /*hz*/) {
-    int64_t elapsed = Time::usSinceMono(start_);
-    if (elapsed < static_cast<int64_t>(period_)) return false;
-    advance(elapsed);
+    Time now = Time::fromMono();
+    if ((now - start_).toMicroSec() < static_cast<int64_t>(period_)) return false;
+    start_ = detail::nextPeriodStart(start_, now, static_cast<int64_t>(period_));
     return true;
 }
 

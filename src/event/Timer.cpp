@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "base/PeriodStart.h"
 #include "log/LogLine.h"
 
 namespace orvane {
@@ -38,9 +39,7 @@ bool Timer::checkTimeout(const std::function<void()>& callback) {
     done = true;
     if (callback) callback();
     if (!repeat) return true;
-    int64_t late = elapsed - intervalUs;
-    // Keep the phase unless a whole period or more was missed.
-    start = intervalUs > late ? now - Time::fromMicroSec(late) : now;
+    start = detail::nextPeriodStart(start, now, intervalUs);
     return true;
 }
 
@@ -131,10 +130,8 @@ void RTimer::run(const Thread& runner) {
             first = false;
         } else {
             Time now = Time::fromMono();
-            int64_t late = (now - start).toMicroSec() - intervalUs;
-            if (late >= 0) {
-                // Keep the phase unless a whole period or more was missed.
-                start = intervalUs < late ? now : now - Time::fromMicroSec(late);
+            if ((now - start).toMicroSec() >= intervalUs) {
+                start = detail::nextPeriodStart(start, now, intervalUs);
                 listener->onTimer(id);
                 if (!repeat) break;
             }

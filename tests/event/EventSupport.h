@@ -2,20 +2,11 @@
 
 // What the event tests share: the clock helpers and the support headers.
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <atomic>
-#include <chrono>
-#include <functional>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "support/ChildProcess.h"
 #include "support/Descriptors.h"
 #include "support/Eventually.h"
-#include "support/ProcTasks.h"
 #include "support/Refusal.h"
 
 namespace orvane::test {

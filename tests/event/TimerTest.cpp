@@ -27,51 +27,39 @@ struct Recorder : TimerListener {
     std::atomic<double> lastMs{0};
 };
 
-TEST(TimerManager, FiresOneShotAndPeriodicTimersFromRegistration) {
-    Timer once(5, false), every(10, true);
-    sleepMs(20);  // registration, not construction, starts the period
-    Recorder oneShot(0), periodic(0);
-    TimerManager manager;
-    ASSERT_TRUE(manager.start());
-    ASSERT_TRUE(manager.registerTimer(once, [&] { oneShot.onTimer(0); }));
-    ASSERT_TRUE(manager.registerTimer(every, [&] { periodic.onTimer(0); }));
-    EXPECT_FALSE(manager.registerTimer(every, [&] { periodic.onTimer(1); }));  // duplicate
-    periodic.expectFirings(10, 10);
-    manager.unregisterTimer(every);
-    int fired = periodic.count;
-    sleepMs(30);
-    EXPECT_LE(periodic.count, fired + 1);  // at most the pass that was running
-    oneShot.expectFirings(1, 5);
-    EXPECT_EQ(oneShot.count, 1);
-    EXPECT_TRUE(manager.stop());
-}
-
-// Also checks that every kind of timer, destroyed while it runs, leaves no
-// thread or descriptor behind.
-TEST(RTimerAndHRTimer, RefuseBadParametersFirePeriodicallyAndOnceForOneShot) {
+// Every kind of timer fires periodically from its start (a Timer from its
+// registration, not its construction) and once when one-shot; destroyed
+// while it runs, none leaves a thread or descriptor behind.
+TEST(Timers, FirePeriodicallyFromTheirStartAndOnceForOneShot) {
     expectNoLeak([] {
-        Recorder real(7), high(3);
-        Timer every(1, true);
+        Timer once(5, false), every(10, true);
+        sleepMs(20);
+        Recorder real(7), high(3), managed(0), oneShot(0);
         TimerManager manager;
         RTimer rTimer(real, 7);
         HRTimer hrTimer(high, 3);
         expectRefusal([] { return RTimer(nullptr, 4).start(10, true); },
                       "<E>DATE [RTimer::start,L#] param error, id:4, timeout:10, listener:0x0");
-        ASSERT_TRUE(rTimer.start(20, true));
-        ASSERT_TRUE(rTimer.start(10, true));  // a running timer starts anew
+        ASSERT_TRUE(manager.start() && manager.registerTimer(once, [&] { oneShot.onTimer(0); }));
+        ASSERT_TRUE(manager.registerTimer(every, [&] { managed.onTimer(0); }));
+        EXPECT_FALSE(manager.registerTimer(every, [&] { managed.onTimer(1); }));  // duplicate
+        ASSERT_TRUE(rTimer.start(20, true) && rTimer.start(10, true));  // a running one anew
         ASSERT_TRUE(hrTimer.start(10, true));
-        real.expectFirings(8, 10);
-        high.expectFirings(8, 10);
+        for (Recorder* recorder : {&real, &high, &managed}) recorder->expectFirings(8, 10);
+        oneShot.expectFirings(1, 5);
+        manager.unregisterTimer(every);
         EXPECT_TRUE(rTimer.stop() && hrTimer.stop());
-        int r = real.count, h = high.count;
-        sleepMs(20);  // stopped for good: no firing counted below
+        int r = real.count, h = high.count, m = managed.count;
+        sleepMs(30);                      // stopped for good: no firing counted below
+        EXPECT_LE(managed.count, m + 1);  // at most the pass that was running
+        EXPECT_EQ(oneShot.count, 1);
 
         ASSERT_TRUE(rTimer.start(5, false) && hrTimer.start(5, false));
         ASSERT_TRUE(eventually([&] { return real.count > r && high.count > h; }));
         sleepMs(30);
         EXPECT_EQ(real.count + high.count, r + h + 2);  // one call each
-        ASSERT_TRUE(rTimer.start(1, true));
-        ASSERT_TRUE(manager.start() && manager.registerTimer(every, [&] { real.onTimer(7); }));
+        ASSERT_TRUE(rTimer.start(1, true) &&
+                    manager.registerTimer(every, [&] { real.onTimer(7); }));
     });
 }
 

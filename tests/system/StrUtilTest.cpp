@@ -1,7 +1,6 @@
 #include <orvane/StrUtil.h>
 
 #include <clocale>
-#include <cstdint>
 #include <tuple>
 
 #include "support/Refusal.h"
@@ -11,7 +10,7 @@ namespace {
 
 using Pieces = std::vector<std::string>;
 
-TEST(StrUtil, SplitsJoinsFormatsFindsAndShowsText) {
+TEST(StrUtil, SplitsJoinsFormatsShowsAndConvertsText) {
     EXPECT_EQ(StrUtil::splitString("cpu  10 0  7", " ", true), (Pieces{"cpu", "10", "0", "7"}));
     EXPECT_EQ(StrUtil::splitString("a::b:::c", "::", false), (Pieces{"a", "b", ":c"}));
     std::string longText(5000, 'q'), bytes("\xA5\x01\x00\xff", 4);
@@ -37,9 +36,8 @@ TEST(StrUtil, SplitsJoinsFormatsFindsAndShowsText) {
     for (const auto& c : cases) EXPECT_EQ(c.first, c.second);
     EXPECT_TRUE(StrUtil::startsWith("/dev/ttyS0", "/dev/") && StrUtil::endsWith("fw.bin", ".bin"));
     EXPECT_FALSE(StrUtil::startsWith("/de", "/dev/") || StrUtil::endsWith("bin", ".bin"));
-}
 
-TEST(StrUtil, ConvertsWholeTextsToNumbersAndBytesAndRefusesTheRest) {
+    // Whole texts become numbers and bytes; the rest is refused.
     const std::tuple<const char*, int, int64_t> good[] = {{"-2147483648", 10, INT32_MIN},
                                                           {"+7", 10, 7},
                                                           {"0x1F", 16, 31},
@@ -56,10 +54,9 @@ TEST(StrUtil, ConvertsWholeTextsToNumbersAndBytesAndRefusesTheRest) {
     uint64_t u64 = 0;
     unsigned u = 0;
     int v = 5;
-    EXPECT_TRUE(StrUtil::toInt64("-9223372036854775808", &v64) &&
-                StrUtil::toUInt64("18446744073709551615", &u64));
-    EXPECT_TRUE(v64 == INT64_MIN && u64 == UINT64_MAX);
-    std::string bytes("\x00\x01\xa5\xff", 4), back = "kept";
+    EXPECT_TRUE(StrUtil::toInt64("-9223372036854775808", &v64) && v64 == INT64_MIN &&
+                StrUtil::toUInt64("18446744073709551615", &u64) && u64 == UINT64_MAX);
+    std::string back = "kept";
     test::expectRefusal([&] { return StrUtil::toUInt("-1", &u); },
                         "<E>DATE [toUInt,L#] negative value \"-1\" for an unsigned number");
     // Each refusal leaves the output as it was.
@@ -70,7 +67,7 @@ TEST(StrUtil, ConvertsWholeTextsToNumbersAndBytesAndRefusesTheRest) {
     EXPECT_TRUE(v == 5 && back == "kept");
     EXPECT_TRUE(StrUtil::toIntInRange("8080", 1, 65535, &v) && v == 8080);
     // Blanks between pairs are skipped, so hexView's output reads back too.
-    EXPECT_TRUE(StrUtil::fromHex("00\n01\tA5\r\nff ", &back) && back == bytes);
+    EXPECT_TRUE(StrUtil::fromHex("A5\n01\t00\r\nff ", &back) && back == bytes);
 }
 
 TEST(StrUtil, ConvertsDoublesWithAPointWhateverTheLocale) {

@@ -1,6 +1,5 @@
 #include <orvane/SysStat.h>
 #include <orvane/Thread.h>
-#include <unistd.h>
 
 #include <stdexcept>
 

@@ -1,12 +1,7 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <orvane/Semaphore.h>
-#include <semaphore.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <chrono>
-#include <string>
 #include <thread>
 
 #include "support/ChildProcess.h"
@@ -21,14 +16,10 @@ using std::chrono::milliseconds;
 
 TEST(Semaphore, UnnamedCountsPostsAndTimesOutByPolling) {
     Semaphore sem;
-    test::expectRefusal([&] { return sem.open(-1, ""); },
-                        "<E>DATE [Semaphore::open,L#] sem init error: Invalid argument!");
-    ASSERT_TRUE(sem.open(0, ""));
-    EXPECT_FALSE(sem.wait(0));
+    ASSERT_TRUE(!sem.open(-1, "") && sem.open(0, "") && !sem.wait(0));
     auto start = Clock::now();
     EXPECT_FALSE(sem.wait(50));
-    auto waited = Clock::now() - start;
-    EXPECT_TRUE(waited >= milliseconds(50) && waited < milliseconds(2000));
+    EXPECT_GE(Clock::now() - start, milliseconds(50));
     EXPECT_TRUE(sem.post() && sem.wait(0));
     std::thread poster([&] { sem.post(); });
     EXPECT_TRUE(sem.wait(-1));  // woken by the other thread's post
@@ -40,13 +31,10 @@ TEST(Semaphore, UnnamedCountsPostsAndTimesOutByPolling) {
 TEST(Semaphore, NamedOpensAfreshIsSharedWithAnotherProcessAndLeaksNothing) {
     std::string name = "orvane_sem_" + std::to_string(::getpid());
     const std::vector<int> fds = test::openFds();
-    sem_t* stale = ::sem_open(("/" + name).c_str(), O_CREAT, 0600, 7);
-    ASSERT_NE(stale, SEM_FAILED);
-    ::sem_close(stale);
+    ::sem_close(::sem_open(("/" + name).c_str(), O_CREAT, 0600, 7));
     {
         Semaphore sem;
-        EXPECT_TRUE(sem.open(5, name));
-        EXPECT_TRUE(sem.open(3, name));  // opening again starts afresh too
+        EXPECT_TRUE(sem.open(5, name) && sem.open(3, name));  // opening again starts afresh too
         EXPECT_TRUE(test::succeedsInChild([&] {
             Semaphore theirs;  // a negative count opens an existing one as it is
             int value = -1;
@@ -54,10 +42,7 @@ TEST(Semaphore, NamedOpensAfreshIsSharedWithAnotherProcessAndLeaksNothing) {
         }));
         int value = -1;
         EXPECT_TRUE(sem.getValue(&value) && value == 4) << value;
-        EXPECT_TRUE(sem.close());
-        test::expectRefusal([&] { return sem.close(); },
-                            "<E>DATE [Semaphore::close,L#] sem close error: Invalid argument!");
-        EXPECT_TRUE(!sem.post() && sem.unlink());
+        EXPECT_TRUE(sem.close() && !sem.close() && !sem.post() && sem.unlink());
         test::expectRefusal(
             [&] { return sem.open(-1, name); },
             "<E>DATE [Semaphore::open,L#] open(/" + name + ") error: No such file or directory!");
@@ -70,21 +55,19 @@ TEST(Semaphore, NamedOpensAfreshIsSharedWithAnotherProcessAndLeaksNothing) {
 TEST(RWMutex, ReadersShareAndAnotherThreadMayReleaseTheLock) {
     RWMutex lock;
     std::atomic<int> entered{0};
+    // Takes the lock on another thread, then counts the entry.
+    auto enter = [&](void (RWMutex::*take)()) {
+        return std::thread([&, take] { entered += ((lock.*take)(), 1); });
+    };
     lock.lockR();
     lock.lockR();  // readers share
-    std::thread writer([&] {
-        lock.lockW();
-        ++entered;
-    });
+    std::thread writer = enter(&RWMutex::lockW);
     lock.unLockR();
     std::this_thread::sleep_for(milliseconds(20));
     EXPECT_EQ(entered, 0);                        // one reader is still in
     std::thread([&] { lock.unLockR(); }).join();  // and leaves on another thread
     writer.join();
-    std::thread reader([&] {
-        lock.lockR();
-        ++entered;
-    });
+    std::thread reader = enter(&RWMutex::lockR);
     std::this_thread::sleep_for(milliseconds(20));
     EXPECT_EQ(entered, 1);
     lock.unLockW();

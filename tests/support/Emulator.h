@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace orvane {
-namespace test {
+namespace orvane::test {
 
 // A cross build runs its tests under a user-mode emulator and tells every
 // test its command line in ORVANE_TEST_EMULATOR (for example
@@ -30,5 +29,4 @@ inline std::vector<std::string> targetCommand(const std::vector<std::string>& ar
     return command;
 }
 
-}  // namespace test
-}  // namespace orvane
+}  // namespace orvane::test

@@ -111,7 +111,9 @@ class ORVANE_API Application : public Component, public Runnable {
     //     return app.exec();
     int exec();
     // Runs `callback` on the application thread after `signo` is delivered; several callbacks per
-    // signal run in the order registered. False when the handler cannot be installed.
+    // signal run in the order registered. False when the handler cannot be installed (SIGKILL,
+    // SIGSTOP, a number out of range); true without the callback once a spent handler cannot be
+    // installed again.
     bool registerSignal(int signo, std::function<void()> callback);
     bool addTask(const std::function<void(const std::string&)>& task,
                  const std::string& name) override;

@@ -59,7 +59,8 @@ class ORVANE_API AsyncTaskQueue {
     void clear();
     // Tasks put and not yet finished (waiting plus running); may go negative after clear().
     int size() const { return count.load(); }
-    // Workers not running a task at the moment. Any thread.
+    // The workers started less the tasks put and not yet finished, at least 0; a worker
+    // that ended with a throwing task still counts. Any thread.
     int idles() const;
 
   protected:

@@ -11,12 +11,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
+
+#include "../support/Eventually.h"
 
 extern char** environ;
 
@@ -25,7 +25,7 @@ namespace orvane::test {
 // A program run with its standard output and error collected in a file,
 // for tests that check what it logs and how it ends. Killed if still running
 // at the end. The gateway benchmark uses it too, so this header needs no
-// test support code.
+// test support code beyond header-only helpers.
 class Program {
   public:
     explicit Program(const std::vector<std::string>& argv) {
@@ -55,7 +55,7 @@ class Program {
 
     // Waits until the output holds `text` `times` times; false on timeout.
     bool waitFor(const std::string& text, int timeoutMs = 5000, size_t times = 1) {
-        return within(timeoutMs, [&] { return count(text) >= times; });
+        return eventually([&] { return count(text) >= times; }, timeoutMs);
     }
     size_t count(const std::string& text) {
         std::string output = this->text();
@@ -73,24 +73,13 @@ class Program {
     int wait(int timeoutMs) {
         int raw = 0;
         if (status < 0 && pid > 0 &&
-            within(timeoutMs, [&] { return waitpid(pid, &raw, WNOHANG) == pid; })) {
+            eventually([&] { return waitpid(pid, &raw, WNOHANG) == pid; }, timeoutMs)) {
             status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -2;
         }
         return status;
     }
 
   private:
-    // Polls `done` every millisecond until it holds or timeoutMs passed.
-    template <class Pred>
-    static bool within(int timeoutMs, Pred done) {
-        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-        while (!done()) {
-            if (std::chrono::steady_clock::now() >= end) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return true;
-    }
-
     std::string log;
     pid_t pid = -1;
     int status = -1;
@@ -125,7 +114,6 @@ class Client {
         if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) close();
     }
     ~Client() { close(); }
-    bool connected() const { return fd >= 0; }
     bool send(const std::string& bytes) {
         return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == ssize_t(bytes.size());
     }

@@ -3,31 +3,16 @@
 #include <pty.h>
 
 #include <atomic>
-#include <filesystem>
 #include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "gateway/GatewayProcess.h"
 #include "support/Emulator.h"
-#include "support/Eventually.h"
+#include "support/ProcTasks.h"
 
 namespace orvane::test {
 namespace {
 
-std::string bytes(std::initializer_list<int> values) {
-    std::string out;
-    for (int v : values) out.push_back(static_cast<char>(v));
-    return out;
-}
-
 std::string frameOf(const std::string& payload) { return AnyPacket::Frame().encode(payload); }
-
-size_t entriesOf(const std::string& dir) {
-    std::error_code error;
-    return size_t(std::distance(std::filesystem::directory_iterator(dir, error), {}));
-}
 
 // orvane-gateway on a free loopback port, started and ready.
 struct Gateway {
@@ -48,21 +33,18 @@ TEST(Gateway, PassesFramesToTheDeviceByteForByteAndItsAnswersBack) {
     int master = -1, slave = -1;
     char path[64] = "";
     ASSERT_EQ(openpty(&master, &slave, path, nullptr, nullptr), 0);
-    auto device = [master](size_t size, int timeoutMs = 3000) {
-        return readUntil(master, size, timeoutMs);
-    };
+    auto device = [&](size_t size, int ms = 3000) { return readUntil(master, size, ms); };
     auto answer = [master](const std::string& data) {
         ASSERT_EQ(::write(master, data.data(), data.size()), ssize_t(data.size()));
     };
     Gateway gateway({"--serial", path, "--baud", "9600", "--timeout", "300"});
     Client client(gateway.port);
-    ASSERT_TRUE(client.connected());
-    const std::string request = bytes({0xA5, 0x02, 0x01, 0x02, 0x50, 0x51, 0xA5});  // 01 02
+    const std::string request = "\xA5\x02\x01\x02\x50\x51\xA5";  // 01 02
     auto forwarded = [&] {  // the request is sent and reaches the device unchanged
         ASSERT_TRUE(client.send(request));
         EXPECT_EQ(device(request.size()), request);
     };
-    const std::string reply = frameOf(bytes({0x01, 0xA5, 0xA0}));
+    const std::string reply = frameOf("\x01\xA5\xA0");
 
     // Whole, split in three writes, and two frames in one write.
     forwarded();
@@ -87,27 +69,25 @@ TEST(Gateway, PassesFramesToTheDeviceByteForByteAndItsAnswersBack) {
     ASSERT_TRUE(client.send(badCrc + frameOf("")));
     EXPECT_TRUE(gateway.program.waitFor("empty request from 127.0.0.1:"));
     ASSERT_TRUE(client.send("xy" + request));
-    EXPECT_TRUE(gateway.program.waitFor("dirty data:[78 79 ]"));
     EXPECT_EQ(device(1, 200), "");
     EXPECT_EQ(client.receive(1, 100), "");
 
     // A silent device, an answer that does not decode, and bytes the device
     // sends unasked (discarded, not taken for the next answer).
     forwarded();
-    EXPECT_EQ(client.receive(7, 2000), frameOf(bytes({0xFF, 0x01})));
+    EXPECT_EQ(client.receive(7, 2000), frameOf("\xFF\x01"));
     EXPECT_TRUE(gateway.program.waitFor("device did not answer within 300 ms"));
     forwarded();
     std::string garbled = reply;
     garbled[2] ^= 0x10;
     answer(garbled);
-    EXPECT_EQ(client.receive(7), frameOf(bytes({0xFF, 0x02})));
+    EXPECT_EQ(client.receive(7), frameOf("\xFF\x02"));
     answer(frameOf("\x01stale"));
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     forwarded();
     answer(reply);
     EXPECT_EQ(client.receive(reply.size()), reply);
     EXPECT_TRUE(gateway.program.waitFor("discarded 11 bytes the device sent unasked"));
-    EXPECT_EQ(gateway.program.count("crc error"), 2u);  // the client's and the device's
     ::close(master), ::close(slave);
 }
 
@@ -118,29 +98,29 @@ TEST(Gateway, PassesFramesToTheDeviceByteForByteAndItsAnswersBack) {
 // ends it cleanly.
 TEST(Gateway, ServesClientsOfEveryKindWithoutGrowingAndQuitsOnSigterm) {
     Gateway gateway({"--status-interval", "0.2"});
-    const std::string echo = frameOf(bytes({0x01, 0xA5, 0x00, 0x7F}));
+    const std::string echo = frameOf(std::string("\x01\xA5\x00\x7F", 4));
     {
         Client client(gateway.port);
         ASSERT_TRUE(client.send(echo));
         EXPECT_EQ(client.receive(echo.size()), echo);
-        ASSERT_TRUE(client.send(frameOf(bytes({0x02}))));
-        std::string status = client.receive(200, 300);  // until the frame is complete
-        status = AnyPacket::Frame().decode(status);
+        ASSERT_TRUE(client.send(frameOf("\x02")));
+        // Read until the frame is complete.
+        std::string status = AnyPacket::Frame().decode(client.receive(200, 300));
         EXPECT_EQ(status.substr(0, 4), "\x02up ") << status;
         EXPECT_NE(status.find("kB free"), std::string::npos) << status;
     }
     std::string proc = "/proc/" + std::to_string(gateway.program.processId());
+    auto entries = [&](const char* dir) { return procEntries((proc + dir).c_str()).size(); };
     ASSERT_TRUE(gateway.program.waitFor("disconnected (0 connected)"));
-    size_t threads = entriesOf(proc + "/task"), fds = entriesOf(proc + "/fd");
+    size_t threads = entries("/task"), fds = entries("/fd");
 
     std::atomic<int> answered{0};
     std::vector<std::thread> clients;
-    clients.reserve(8);
     for (int c = 0; c < 8; ++c) {
         clients.emplace_back([&, c] {
             Client client(gateway.port);
             for (int i = 0; i < 25; ++i) {
-                std::string frame = frameOf(bytes({0x01, c, i, 0xA5}));
+                std::string frame = frameOf({'\x01', char(c), char(i), '\xA5'});
                 answered += client.send(frame) && client.receive(frame.size()) == frame;
             }
         });
@@ -148,27 +128,25 @@ TEST(Gateway, ServesClientsOfEveryKindWithoutGrowingAndQuitsOnSigterm) {
     for (auto& client : clients) client.join();
     EXPECT_EQ(answered.load(), 200);
 
-    for (int round = 0; round < 3; ++round) {
-        std::vector<std::unique_ptr<Client>> gone;
-        for (int i = 0; i < 10; ++i) {
-            gone.emplace_back(new Client(gateway.port));
-            gone.back()->send(echo.substr(0, 3));  // half a frame
-        }
-        Client survivor(gateway.port);
-        ASSERT_TRUE(survivor.send(echo));
-        for (size_t i = 0; i < gone.size(); ++i) gone[i]->close(i % 2 == 0);  // reset or end
-        EXPECT_EQ(survivor.receive(echo.size()), echo);
+    std::vector<std::unique_ptr<Client>> gone;
+    for (int i = 0; i < 10; ++i) {
+        gone.emplace_back(new Client(gateway.port));
+        gone.back()->send(echo.substr(0, 3));  // half a frame
     }
+    Client survivor(gateway.port);
+    ASSERT_TRUE(survivor.send(echo));
+    for (size_t i = 0; i < gone.size(); ++i) gone[i]->close(i % 2 == 0);  // reset or end
+    EXPECT_EQ(survivor.receive(echo.size()), echo);
+    survivor.close();
     // socat sends the echo request 01 48 49 and gets the same frame back;
     // its stdin stays open a moment so that it reads the answer first.
-    const std::string hi = "\xA5\x03\x01\x48\x49\xA6\x56\xA5";
     const std::string send = "(printf '\\245\\003\\001\\110\\111\\246\\126\\245'; sleep 0.5) | ";
     std::string port = std::to_string(gateway.port);
     bool socat = system("command -v socat > /dev/null 2>&1") == 0;
     if (socat) {
         Program run({"/bin/sh", "-c", send + "socat -t 1 - TCP:127.0.0.1:" + port});
         EXPECT_EQ(run.wait(5000), 0);
-        EXPECT_EQ(run.text(), hi);
+        EXPECT_EQ(run.text(), "\xA5\x03\x01\x48\x49\xA6\x56\xA5");
     }
     Program tool(
         targetCommand({ORVANE_GATEWAY_CLIENT_PATH, "127.0.0.1:" + port, "01 48 69", "0709"}));
@@ -176,24 +154,22 @@ TEST(Gateway, ServesClientsOfEveryKindWithoutGrowingAndQuitsOnSigterm) {
     EXPECT_TRUE(tool.waitFor("< 01 48 69 \n")) << tool.text();
     EXPECT_TRUE(tool.waitFor("< FF 03  (error: device does not know the command)"));
 
-    // 1 + 8 + 33 clients, socat and the tool: one line each as they left.
+    // 1 + 8 + 11 clients, socat and the tool: one line each as they left.
     auto left = [&] {
         return gateway.program.count(" disconnected (") +
                gateway.program.count(" dropped after a read error (");
     };
-    EXPECT_TRUE(eventually([&] { return left() == (socat ? 44u : 43u); }, 5000))
+    EXPECT_TRUE(eventually([&] { return left() == (socat ? 22u : 21u); }, 5000))
         << gateway.program.text();
-    EXPECT_EQ(entriesOf(proc + "/task"), threads);
-    EXPECT_EQ(entriesOf(proc + "/fd"), fds);
+    EXPECT_EQ(entries("/task"), threads);
+    EXPECT_EQ(entries("/fd"), fds);
 
     size_t connects = gateway.program.count("(1 connected)");
     Client last(gateway.port);
     ASSERT_TRUE(gateway.program.waitFor("(1 connected)", 5000, connects + 1));
     ASSERT_TRUE(gateway.program.waitFor("status: up"));
-    auto sent = std::chrono::steady_clock::now();
     ASSERT_EQ(kill(gateway.program.processId(), SIGTERM), 0);
     EXPECT_EQ(gateway.program.wait(3000), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::milliseconds(1000));
     for (const char* line : {"recv signal: 15", "closed: gateway stopping (0 connected)",
                              "final status: up", "gateway stopped"}) {
         EXPECT_EQ(gateway.program.count(line), 1u) << line;
@@ -214,18 +190,12 @@ TEST(Gateway, RefusesOneClientTooManyAndClosesSilentOnes) {
     EXPECT_EQ(gateway.program.count("refused"), 1u);
 }
 
-TEST(Gateway, CommandLineGivesHelpAndRefusesBadOptionsWithStatusTwo) {
-    Program help(targetCommand({ORVANE_GATEWAY_PATH, "--help"}));
-    EXPECT_EQ(help.wait(5000), 0);
-    EXPECT_TRUE(help.waitFor("--max-clients")) << help.text();
+TEST(Gateway, RefusesBadOptionsWithStatusTwo) {
     for (const char* bad : {"--parity=mark", "--data-bits=9", "--listen=5020", "--bogus"}) {
         Program run(targetCommand({ORVANE_GATEWAY_PATH, bad}));
         EXPECT_EQ(run.wait(5000), 2) << bad;
         EXPECT_TRUE(run.waitFor("orvane-gateway: ")) << run.text();
     }
-    Program quits(
-        targetCommand({ORVANE_GATEWAY_PATH, "--listen", "127.0.0.1:0", "--run-for", "0.2"}));
-    EXPECT_EQ(quits.wait(5000), 0);
 }
 
 }  // namespace

@@ -5,8 +5,7 @@
 
 #include <functional>
 
-namespace orvane {
-namespace test {
+namespace orvane::test {
 
 // Runs `body` in a forked child, which leaves with _exit (no destructors, so
 // objects copied from the parent release nothing), and tells whether the
@@ -20,5 +19,4 @@ inline bool succeedsInChild(const std::function<bool()>& body) {
            WEXITSTATUS(status) == 0;
 }
 
-}  // namespace test
-}  // namespace orvane
+}  // namespace orvane::test

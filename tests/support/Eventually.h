@@ -3,8 +3,7 @@
 #include <chrono>
 #include <thread>
 
-namespace orvane {
-namespace test {
+namespace orvane::test {
 
 // Polls `done` every millisecond until it holds or `timeoutMs` passed;
 // returns its last answer. For waiting on other threads without fixed sleeps.
@@ -18,5 +17,4 @@ bool eventually(Pred done, int timeoutMs = 3000) {
     return true;
 }
 
-}  // namespace test
-}  // namespace orvane
+}  // namespace orvane::test

@@ -6,11 +6,7 @@
 #include <atomic>
 #include <regex>
 
-#include "support/Descriptors.h"
-#include "support/Eventually.h"
-
-namespace orvane {
-namespace test {
+namespace orvane::test {
 
 LogCapture& LogCapture::get() {
     static LogCapture* capture = [] {
@@ -23,42 +19,11 @@ LogCapture& LogCapture::get() {
     return *capture;
 }
 
-LogCapture& LogCapture::fresh() {
-    LogCapture& capture = get();
-    capture.clear();
-    return capture;
-}
-
-void LogCapture::sink(int lineLevel, const std::string& line) {
-    std::lock_guard<std::mutex> lock(mutex);
-    captured.emplace_back(lineLevel, line);
-}
-
-void LogCapture::clear() {
-    std::lock_guard<std::mutex> lock(mutex);
-    captured.clear();
-}
-
-std::vector<std::pair<int, std::string>> LogCapture::lines() {
-    std::lock_guard<std::mutex> lock(mutex);
-    return captured;
-}
-
 std::vector<std::string> LogCapture::matching(const std::string& text) {
-    std::lock_guard<std::mutex> lock(mutex);
     std::vector<std::string> found;
-    for (auto& entry : captured) {
+    for (auto& entry : lines())
         if (entry.second.find(text) != std::string::npos) found.push_back(entry.second);
-    }
     return found;
-}
-
-bool LogCapture::waitFor(const std::string& text, int timeoutMs, size_t count) {
-    return eventually([&] { return matching(text).size() >= count; }, timeoutMs);
-}
-
-std::string LogCapture::waitLine(const std::string& text, int timeoutMs) {
-    return waitFor(text, timeoutMs) ? normalise(matching(text).front()) : std::string();
 }
 
 std::vector<std::string> LogCapture::linesDuring(const std::function<void()>& action) {
@@ -74,8 +39,7 @@ std::vector<std::string> LogCapture::linesDuring(const std::function<void()>& ac
     int markers = 0;
     for (auto& entry : lines()) {
         bool isMarker = entry.second.find(marker) != std::string::npos;
-        markers += isMarker ? 1 : 0;
-        if (markers == 1 && !isMarker) found.push_back(normalise(entry.second));
+        if ((markers += isMarker) == 1 && !isMarker) found.push_back(normalise(entry.second));
     }
     return found;
 }
@@ -93,5 +57,4 @@ std::string tempPath(const std::string& stem) {
            std::to_string(getpid()) + "_" + std::to_string(serial++);
 }
 
-}  // namespace test
-}  // namespace orvane
+}  // namespace orvane::test

@@ -4,14 +4,13 @@
 #include <orvane/TracerSink.h>
 
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
-namespace orvane {
-namespace test {
+#include "support/Eventually.h"
+
+namespace orvane::test {
 
 // Collects every line the Tracer delivers, for tests that check log output.
 // The first call of LogCapture::get() registers the capture sink and starts
@@ -22,19 +21,34 @@ class LogCapture : public TracerSink {
     static LogCapture& get();
     // get() with the lines captured so far dropped, for a test that must not
     // see an earlier test's (or an earlier repetition's) lines.
-    static LogCapture& fresh();
+    static LogCapture& fresh() {
+        get().clear();
+        return get();
+    }
 
-    void sink(int lineLevel, const std::string& line) override;
-
-    void clear();
-    std::vector<std::pair<int, std::string>> lines();
+    void sink(int lineLevel, const std::string& line) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        captured.emplace_back(lineLevel, line);
+    }
+    void clear() {
+        std::lock_guard<std::mutex> lock(mutex);
+        captured.clear();
+    }
+    std::vector<std::pair<int, std::string>> lines() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return captured;
+    }
     // Lines containing `text`, in delivery order.
     std::vector<std::string> matching(const std::string& text);
     // Waits until `count` lines containing `text` were delivered; false on timeout.
-    bool waitFor(const std::string& text, int timeoutMs = 3000, size_t count = 1);
+    bool waitFor(const std::string& text, int timeoutMs = 3000, size_t count = 1) {
+        return eventually([&] { return matching(text).size() >= count; }, timeoutMs);
+    }
     // Waits for the first line containing `text` and returns it normalised
     // (see normalise), or "" on timeout.
-    std::string waitLine(const std::string& text, int timeoutMs = 3000);
+    std::string waitLine(const std::string& text, int timeoutMs = 3000) {
+        return waitFor(text, timeoutMs) ? normalise(matching(text).front()) : std::string();
+    }
     // Runs `action` and returns, normalised and in order, the lines logged
     // while it ran (by any thread). Marker lines logged before and after it
     // bound the range, as the Tracer delivers lines in order.
@@ -55,13 +69,11 @@ class LogCapture : public TracerSink {
 // exactly `line` (normalised) and nothing else.
 inline void expectRefusal(const std::function<bool()>& call, const std::string& line) {
     bool ok = true;
-    std::vector<std::string> lines = LogCapture::get().linesDuring([&] { ok = call(); });
+    EXPECT_EQ(LogCapture::get().linesDuring([&] { ok = call(); }), std::vector<std::string>{line});
     EXPECT_FALSE(ok) << line;
-    EXPECT_EQ(lines, std::vector<std::string>{line});
 }
 
 // A path under the temporary directory, unique to this process and call.
 std::string tempPath(const std::string& stem);
 
-}  // namespace test
-}  // namespace orvane
+}  // namespace orvane::test

@@ -4,14 +4,12 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
 #include <cstdio>
 
 #include "support/ChildProcess.h"
 
-namespace orvane {
-namespace test {
+namespace orvane::test {
 
 // Covers dir with an empty tmpfs in a mount namespace of this process's own,
 // so files the library reads at fixed paths seem to be missing. Nothing
@@ -20,12 +18,11 @@ namespace test {
 // `mountFlags` and `options` ("size=1m") are those of the tmpfs.
 inline bool hideDirectory(const char* dir, unsigned long mountFlags = 0,
                           const char* options = nullptr) {
-    int flags = CLONE_NEWNS | (getuid() == 0 ? 0 : CLONE_NEWUSER);
-    if (unshare(flags) != 0) return false;
     // A propagation change ignores source and type; named anyway, as checkers
     // such as memcheck take a null type for a bad pointer.
-    if (mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0) return false;
-    return mount("none", dir, "tmpfs", mountFlags, options) == 0;
+    return unshare(CLONE_NEWNS | (getuid() == 0 ? 0 : CLONE_NEWUSER)) == 0 &&
+           mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("none", dir, "tmpfs", mountFlags, options) == 0;
 }
 
 // Whether hideDirectory works on this machine, tried in a throw-away child.
@@ -50,5 +47,4 @@ inline bool dropPrivileges() {
     _exit(result->Failed() ? 1 : 0);
 }
 
-}  // namespace test
-}  // namespace orvane
+}  // namespace orvane::test

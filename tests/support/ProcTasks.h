@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace orvane {
-namespace test {
+namespace orvane::test {
 
 // The numbered entries of a /proc directory (descriptors, tasks) in the
 // order the kernel lists them; `withoutOwnFd` leaves out the descriptor
@@ -45,5 +44,4 @@ inline std::vector<std::string> threadNames() {
 // The number of threads of this process.
 inline size_t threadCount() { return procEntries("/proc/self/task").size(); }
 
-}  // namespace test
-}  // namespace orvane
+}  // namespace orvane::test

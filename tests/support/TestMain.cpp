@@ -2,13 +2,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "support/Emulator.h"
 #include "support/Eventually.h"
 #include "support/ProcTasks.h"
+
+using namespace orvane::test;
 
 int main(int argc, char** argv) {
     // Death tests re-run the test binary in the child, so each child starts
@@ -20,12 +18,11 @@ int main(int argc, char** argv) {
     // sanitizer's thread there and without this one.
     long taskId = 0;
     std::thread([&taskId] { taskId = syscall(SYS_gettid); }).join();
-    orvane::test::eventually(
-        [taskId] { return orvane::test::threadName(static_cast<int>(taskId)).empty(); });
+    eventually([taskId] { return threadName(static_cast<int>(taskId)).empty(); });
     // Under an emulator the kernel cannot execute the test binary itself, so
     // the death tests' children start it through the emulator: its command
     // line comes first in the arguments gtest re-runs.
-    std::vector<std::string> words = orvane::test::targetCommand({argv, argv + argc});
+    std::vector<std::string> words = targetCommand({argv, argv + argc});
     std::vector<char*> args;
     for (std::string& word : words) args.push_back(word.data());
     args.push_back(nullptr);

@@ -3,8 +3,7 @@
 #include <cstdio>
 #include <string>
 
-namespace orvane {
-namespace test {
+namespace orvane::test {
 
 // Standard output of a shell command ("" when it cannot run).
 inline std::string toolOutput(const std::string& command) {
@@ -17,5 +16,4 @@ inline std::string toolOutput(const std::string& command) {
     return out;
 }
 
-}  // namespace test
-}  // namespace orvane
+}  // namespace orvane::test

@@ -12,14 +12,10 @@ namespace {
 
 TEST(CANFrame, KeepsTheKernelLayoutAndItsIdentifierRules) {
     char data[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-    can_frame expected{};
-    expected.can_id = 0x123;
-    expected.can_dlc = 3;
-    memcpy(expected.data, data, 3);
+    can_frame expected{0x123, 3, {}, {}, {}, {1, 2, 3}};
     CANFrame frame(0x123, data, 3);
     static_assert(sizeof expected == sizeof frame, "16 bytes");
     EXPECT_EQ(memcmp(&expected, &frame, sizeof frame), 0);  // byte for byte, padding zeroed
-
     // Out-of-range or missing data leaves the frame without data bytes.
     EXPECT_EQ(CANFrame(0x123, data, 9).dataLen() + CANFrame(0x123, nullptr, 4).dataLen(), 0);
     // Extended format sets bit 31, yet id() keeps 11 bits.
@@ -44,9 +40,9 @@ TEST(SocketCAN, RejectsBadCallsWithOneLineEachAndLeaksNothing) {
 
 TEST(SocketCAN, CarriesFramesOverAVirtualInterface) {
     std::string name = "ovcan" + std::to_string(getpid() % 10000);
-    std::string up =
-        "ip link add dev " + name + " type vcan 2> /dev/null && ip link set " + name + " up";
-    if (system(up.c_str()) != 0) {
+    if (system(
+            ("ip link add dev " + name + " type vcan 2> /dev/null && ip link set " + name + " up")
+                .c_str()) != 0) {
         GTEST_SKIP() << "no virtual CAN interface: the kernel lacks vcan support or this is "
                         "not root (ip link add type vcan failed)";
     }

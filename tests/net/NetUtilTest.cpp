@@ -8,7 +8,6 @@
 #include "net/NetTestUtil.h"
 #include "net/RouteTable.h"
 #include "support/ChildProcess.h"
-#include "support/Eventually.h"
 #include "support/PrivateMount.h"
 #include "support/ToolRun.h"
 
@@ -46,21 +45,7 @@ void configuresAVethPairInAPrivateNamespace() {
     EXPECT_NE(link.find("link/ether 02:11:22:33:44:5a"), std::string::npos) << link;
     EXPECT_NE(addr.find("inet 10.77.0.1/24 brd 10.77.0.127"), std::string::npos) << addr;
 
-    NetUtil::Interface v0, v1;
-    ASSERT_TRUE(NetUtil::getInterface("v0", &v0));
     EXPECT_EQ(link.rfind(std::to_string(NetUtil::getIndex("v0")) + ": v0@v1", 0), 0u) << link;
-    EXPECT_EQ(std::to_string(v0.index) + " " + v0.address + " " + v0.netmask + " " + v0.broadcast +
-                  " " + v0.mac + " " + std::to_string(v0.mtu),
-              std::to_string(NetUtil::getIndex("v0")) +
-                  " 10.77.0.1 255.255.255.0 10.77.0.127 02:11:22:33:44:5a 1400");
-    EXPECT_TRUE(v0.up && !v0.loopback && !v0.running);  // its peer is down: no carrier
-    EXPECT_TRUE(NetUtil::setUp("v1", true));
-    EXPECT_TRUE(test::eventually([] { return NetUtil::isRunning("v0"); }));
-    ASSERT_TRUE(NetUtil::getInterface("v1", &v1));
-    EXPECT_EQ(v1.address + v1.netmask + v1.broadcast, "");
-    EXPECT_TRUE(NetUtil::setUp("v1", false) && !NetUtil::isUp("v1"));
-    EXPECT_EQ(NetUtil::getMacAddress("lo"), "00:00:00:00:00:00");
-
     EXPECT_EQ(NetUtil::getDefaultGateway(), "");
     EXPECT_EQ(capture.waitLine("no default route"),
               "<E>DATE [getDefaultGateway,L#] no default route");
@@ -78,10 +63,7 @@ TEST(NetUtilDeathTest, ConfiguresAVethPairInAPrivateNamespace) {
     EXPECT_EXIT(configuresAVethPairInAPrivateNamespace(), ::testing::ExitedWithCode(0), "");
 }
 
-TEST(NetUtil, ReadsTheHostsLoopbackAndRejectsBadNames) {
-    NetUtil::Interface lo;
-    ASSERT_TRUE(NetUtil::getInterface("lo", &lo));
-    EXPECT_TRUE(lo.loopback && lo.index == NetUtil::getIndex("lo") && lo.address == "127.0.0.1");
+TEST(NetUtil, RejectsBadNames) {
     EXPECT_EQ(NetUtil::interfaceNames().size(), NetUtil::interfaces().size());
     EXPECT_EQ(NetUtil::getIndex("a-name-far-too-long"), -1);
     nettest::expectOneLineEach({{[] { return NetUtil::getAddress("nosuch0").empty() ? -1 : 0; },

@@ -12,7 +12,10 @@ namespace {
 
 TEST(CANFrame, KeepsTheKernelLayoutAndItsIdentifierRules) {
     char data[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-    can_frame expected{0x123, 3, {}, {}, {}, {1, 2, 3}};
+    can_frame expected{};
+    expected.can_id = 0x123;
+    expected.can_dlc = 3;
+    memcpy(expected.data, data, 3);
     CANFrame frame(0x123, data, 3);
     static_assert(sizeof expected == sizeof frame, "16 bytes");
     EXPECT_EQ(memcmp(&expected, &frame, sizeof frame), 0);  // byte for byte, padding zeroed

@@ -102,11 +102,10 @@ class ORVANE_API MemPool {
   protected:
     // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
-    // Blocks in the pool.
+    // The block count and block size (bytes) given to the last init().
     int blockCount;
-    // Size of each block in bytes.
     int blockSize;
-    // Every block, in address order.
+    // Every block, area by area in the order init() added them.
     std::vector<MemBlock> blocks;
     // Held by every operation.
     std::mutex mutex;

@@ -64,9 +64,7 @@ class ORVANE_API NetUtil {
     // The interface's IPv4 address / netmask / broadcast address in dotted
     // form; "" when it has none or does not exist.
     static std::string getAddress(const std::string& name);
-    // The netmask in dotted form; "" when none or no such interface.
     static std::string getNetmask(const std::string& name);
-    // The broadcast address in dotted form; "" when none or no such interface.
     static std::string getBroadcast(const std::string& name);
     // The hardware address as "aa:bb:cc:dd:ee:ff"; "" on failure.
     static std::string getMacAddress(const std::string& name);
@@ -74,9 +72,9 @@ class ORVANE_API NetUtil {
     static int getMtu(const std::string& name);
     // The kernel's interface index (1 or more), or -1.
     static int getIndex(const std::string& name);
-    // IFF_UP and IFF_RUNNING; false also for an interface that does not exist.
+    // Whether the interface is administratively up (IFF_UP) / has link
+    // carrier (IFF_RUNNING); false also for an interface that does not exist.
     static bool isUp(const std::string& name);
-    // True when the link has carrier (IFF_RUNNING).
     static bool isRunning(const std::string& name);
 
     // Privileged setters (CAP_NET_ADMIN). Addresses are dotted IPv4;

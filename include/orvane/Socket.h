@@ -57,7 +57,8 @@ class ORVANE_API Socket {
     virtual int getOption(int opt);
     // Records the peer: the address only when non-empty, and the port.
     virtual bool setConnection(const std::string& addr, unsigned short port);
-    // The recorded peer address and port; false for null pointers.
+    // Copies the recorded peer address and port into the pointers that are
+    // not null; always true.
     virtual bool getConnection(std::string* addr, unsigned short* port);
 
     // Binds `sock` to addr:port; port 0 takes the kernel's choice, logged and
@@ -82,7 +83,7 @@ class ORVANE_API Socket {
     unsigned short peerPort;
     // The socket's descriptor (close-on-exec).
     UniqueFd fd_;
-    // The address of the last successful bindPort.
+    // The address bindPort bound; zeroed when its bind failed.
     sockaddr_in localAddr;
 };
 

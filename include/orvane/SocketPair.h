@@ -61,7 +61,7 @@ class ORVANE_API SocketPair {
     bool isOpen(int end) const;
     // The descriptor of `end`, or -1.
     int fd(int end) const;
-    // The Type the pair was opened with.
+    // The Type of the last successful open(); STREAM before any.
     int type() const { return type_; }
 
     // One read on `end`: the count, 0 at the peer's end of stream (stream

@@ -1,12 +1,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <orvane/Fifo.h>
-#include <stdio.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
-#include <string>
 
 #include "support/Refusal.h"
 
@@ -24,21 +22,16 @@ class FifoTest : public ::testing::Test {
 };
 
 TEST_F(FifoTest, CreatesRemovesAndOpensOnlyFifos) {
-    struct stat st;
-    EXPECT_TRUE(lstat(path.c_str(), &st) == 0 &&
-                (st.st_mode & (S_IFMT | 0777)) == (S_IFIFO | 0600));
+    struct stat st {};
+    EXPECT_EQ(lstat(path.c_str(), &st) == 0 ? st.st_mode & (S_IFMT | 0777) : 0, S_IFIFO | 0600);
     EXPECT_TRUE(Fifo::create(path, 0600));  // an existing FIFO is success
     std::ofstream(plain) << "x";
-    const std::pair<std::function<bool()>, std::string> refused[] = {
-        {[&] { return Fifo::create(plain, 0600); },
-         "[create,L#] mkfifo(" + plain + ") error: File exists!"},
-        {[&] { return Fifo::remove(plain); }, "[remove,L#] " + plain + " is not a fifo!"},
-        {[&] { return Fifo().open(plain, IO_READ); },
-         "[Fifo::open,L#] " + plain + " is not a fifo!"},
-        {[&] { return Fifo().open(path, IO_READ_WRITE); },
-         "[Fifo::open,L#] param error: a fifo opens for IO_READ or IO_WRITE, not 2!"}};
-    for (const auto& r : refused) test::expectRefusal(r.first, "<E>DATE " + r.second);
-    EXPECT_TRUE(Fifo::remove(path) && !std::filesystem::exists(path));
+    test::expectRefusal([&] { return Fifo().open(plain, IO_READ); },
+                        "<E>DATE [Fifo::open,L#] " + plain + " is not a fifo!");
+    EXPECT_FALSE(Fifo::create(plain, 0600) || Fifo::remove(plain) ||
+                 Fifo().open(path, IO_READ_WRITE));
+    EXPECT_TRUE(Fifo::remove(path) && !std::filesystem::exists(path) &&
+                std::filesystem::exists(plain));
 }
 
 // The ends open without waiting for each other, unless the writer is given
@@ -53,8 +46,7 @@ TEST_F(FifoTest, OpensWithoutBlockingAndCarriesDataToAndFromOtherProcesses) {
     EXPECT_NE(fcntl(reader.fd(), F_GETFD) & FD_CLOEXEC, 0);
     EXPECT_EQ(reader.recvData(buf, sizeof buf, 20000), -2);
     FILE* shell = popen(("printf abc > '" + path + "'").c_str(), "w");
-    EXPECT_EQ(reader.readData(buf, sizeof buf), 3);
-    EXPECT_EQ(std::string(buf, 3), "abc");
+    EXPECT_TRUE(reader.readData(buf, sizeof buf) == 3 && std::string(buf, 3) == "abc");
     pclose(shell);
     EXPECT_EQ(reader.recvData(buf, sizeof buf, 100000), 0);  // every writer gone
     reader.close();

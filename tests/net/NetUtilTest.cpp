@@ -2,32 +2,20 @@
 #include <orvane/NetUtil.h>
 #include <orvane/System.h>
 #include <sched.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <string>
 
 #include "net/NetTestUtil.h"
 #include "net/RouteTable.h"
 #include "support/ChildProcess.h"
-#include "support/Eventually.h"
-#include "support/LogCapture.h"
 #include "support/PrivateMount.h"
-#include "support/Refusal.h"
+#include "support/ToolRun.h"
 
 namespace orvane {
 namespace {
 
 // What `ip` (iproute2, independent of the library) prints for a command.
-std::string ipOutput(const std::string& args) {
-    std::string out;
-    System::runCommand("ip " + args, 5000000, &out);
-    return out;
-}
-
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+std::string ip(const std::string& args) { return test::toolOutput("ip " + args + " 2>&1"); }
 
 // A private network namespace with the veth pair v0 - v1; false when this
 // machine cannot make one. Nothing of the host's network is visible there.
@@ -47,50 +35,23 @@ void configuresAVethPairInAPrivateNamespace() {
                 NetUtil::setAddress("v0", "10.77.0.1") &&
                 NetUtil::setNetmask("v0", "255.255.255.0") &&
                 NetUtil::setBroadcast("v0", "10.77.0.127") && NetUtil::setUp("v0", true));
+    // Bad values are refused before anything reaches the kernel.
+    test::expectRefusal([] { return NetUtil::setNetmask("v0", "255.0.255.0"); },
+                        "<E>DATE [setNetmask,L#] netmask 255.0.255.0 is not contiguous");
+    EXPECT_FALSE(NetUtil::setAddress("v0", "10.77.0.300") ||
+                 NetUtil::setMacAddress("v0", "02:11:22:33:44"));
+    std::string link = ip("-o link show v0"), addr = ip("-o -4 addr show v0");
+    EXPECT_NE(link.find("mtu 1400"), std::string::npos) << link;
+    EXPECT_NE(link.find("link/ether 02:11:22:33:44:5a"), std::string::npos) << link;
+    EXPECT_NE(addr.find("inet 10.77.0.1/24 brd 10.77.0.127"), std::string::npos) << addr;
 
-    std::string link = ipOutput("-o link show v0");
-    EXPECT_TRUE(contains(link, "mtu 1400")) << link;
-    EXPECT_TRUE(contains(link, "link/ether 02:11:22:33:44:5a")) << link;
-    std::string addr = ipOutput("-o -4 addr show v0");
-    EXPECT_TRUE(contains(addr, "inet 10.77.0.1/24 brd 10.77.0.127")) << addr;
-
-    NetUtil::Interface v0;
-    ASSERT_TRUE(NetUtil::getInterface("v0", &v0));
-    EXPECT_EQ(v0.index, NetUtil::getIndex("v0"));
-    EXPECT_EQ(link.rfind(std::to_string(v0.index) + ": v0@v1", 0), 0u) << link;
-    EXPECT_EQ(v0.address + " " + v0.netmask + " " + v0.broadcast + " " + v0.mac + " " +
-                  std::to_string(v0.mtu),
-              "10.77.0.1 255.255.255.0 10.77.0.127 02:11:22:33:44:5a 1400");
-    EXPECT_TRUE(v0.up && !v0.loopback && !v0.running);  // its peer is down: no carrier
-    EXPECT_TRUE(NetUtil::setUp("v1", true));
-    EXPECT_TRUE(test::eventually([] { return NetUtil::isRunning("v0"); }));
-    NetUtil::Interface v1;
-    ASSERT_TRUE(NetUtil::getInterface("v1", &v1));
-    EXPECT_TRUE(v1.address.empty() && v1.netmask.empty() && v1.broadcast.empty());
-    EXPECT_TRUE(NetUtil::setUp("v1", false));
-    EXPECT_FALSE(NetUtil::isUp("v1"));
-    EXPECT_EQ(NetUtil::getMacAddress("lo"), "00:00:00:00:00:00");
-
+    EXPECT_EQ(link.rfind(std::to_string(NetUtil::getIndex("v0")) + ": v0@v1", 0), 0u) << link;
     EXPECT_EQ(NetUtil::getDefaultGateway(), "");
     EXPECT_EQ(capture.waitLine("no default route"),
               "<E>DATE [getDefaultGateway,L#] no default route");
     ASSERT_TRUE(System::execute("ip route add default via 10.77.0.2 dev v0"));
     std::string ifName;
-    EXPECT_EQ(NetUtil::getDefaultGateway(&ifName), "10.77.0.2");
-    EXPECT_EQ(ifName, "v0");
-
-    // Setters refuse bad values before anything reaches the kernel.
-    const std::pair<bool (*)(), const char*> refusals[] = {
-        {[] { return NetUtil::setNetmask("v0", "255.0.255.0"); },
-         "[setNetmask,L#] netmask 255.0.255.0 is not contiguous"},
-        {[] { return NetUtil::setAddress("v0", "10.77.0.300"); },
-         "[setAddress,L#] bad IPv4 address:'10.77.0.300'"},
-        {[] { return NetUtil::setMacAddress("v0", "02:11:22:33:44"); },
-         "[setMacAddress,L#] bad MAC address:'02:11:22:33:44'"},
-    };
-    for (auto& refusal : refusals)
-        test::expectRefusal(refusal.first, "<E>DATE " + std::string(refusal.second));
-    EXPECT_TRUE(contains(ipOutput("-o -4 addr show v0"), "inet 10.77.0.1/24 brd 10.77.0.127"));
+    EXPECT_EQ(NetUtil::getDefaultGateway(&ifName) + " " + ifName, "10.77.0.2 v0");
     test::exitWithChecks();
 }
 
@@ -102,17 +63,11 @@ TEST(NetUtilDeathTest, ConfiguresAVethPairInAPrivateNamespace) {
     EXPECT_EXIT(configuresAVethPairInAPrivateNamespace(), ::testing::ExitedWithCode(0), "");
 }
 
-TEST(NetUtil, ReadsTheHostsLoopbackAndRejectsBadNamesWithOneLineEach) {
-    NetUtil::Interface lo;
-    ASSERT_TRUE(NetUtil::getInterface("lo", &lo));
-    EXPECT_TRUE(lo.loopback && lo.index == NetUtil::getIndex("lo") && lo.address == "127.0.0.1");
+TEST(NetUtil, RejectsBadNames) {
     EXPECT_EQ(NetUtil::interfaceNames().size(), NetUtil::interfaces().size());
-    nettest::expectOneLineEach({
-        {[] { return NetUtil::getIndex("a-name-far-too-long"); },
-         "[getIndex,L#] bad interface name:'a-name-far-too-long'"},
-        {[] { return NetUtil::getAddress("nosuch0").empty() ? -1 : 0; },
-         "[getAddress,L#] SIOCGIFADDR(nosuch0) error:No such device"},
-    });
+    EXPECT_EQ(NetUtil::getIndex("a-name-far-too-long"), -1);
+    nettest::expectOneLineEach({{[] { return NetUtil::getAddress("nosuch0").empty() ? -1 : 0; },
+                                 "[getAddress,L#] SIOCGIFADDR(nosuch0) error:No such device"}});
 }
 
 // Of three default routes the one with the lowest metric wins, neither the
@@ -132,8 +87,7 @@ TEST(NetUtil, PicksTheDefaultRouteWithTheLowestMetric) {
     std::string ifName = "none";
     EXPECT_EQ(detail::defaultGateway(table.substr(0, table.find("eth0")), &ifName), "");
     EXPECT_EQ(ifName, "none");
-    EXPECT_EQ(detail::defaultGateway(table, &ifName), "10.10.1.1");
-    EXPECT_EQ(ifName, "wlan0");
+    EXPECT_EQ(detail::defaultGateway(table, &ifName) + " " + ifName, "10.10.1.1 wlan0");
 }
 
 }  // namespace

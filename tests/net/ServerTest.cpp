@@ -31,16 +31,22 @@ class UpperServer : public Base {
 TEST(TcpServer, ServesOnAThreadClosesClientsItDoesNotKeepAndStops) {
     auto& capture = test::LogCapture::fresh();
     const std::vector<int> before = test::openFds();
+    std::string path = test::tempPath("local_server");
     {
         UpperServer<TcpServer> server;
-        Thread thread("TcpServerTest");
+        UpperServer<LocalTcpServer> local;
+        Thread thread("TcpServerTest"), localThread("LocalServer");
         // A second setup replaces (and closes) the first listening socket.
         ASSERT_TRUE(server.setup("127.0.0.1", 0, 8) && server.setup("127.0.0.1", 0, 8) &&
-                    thread.start(server));
+                    thread.start(server) && local.setup(path, 0, 4) && localThread.start(local));
+        LocalTcpSocket localClient;
+        ASSERT_TRUE(localClient.open("", 0) && localClient.setConnection(path, 0));
+        EXPECT_EQ(localClient.writeData("local", 5), 5);
+        // Closed as the handler returned.
+        EXPECT_EQ(nettest::readEach(localClient.fd(), 2), "LOCAL|<eof>");
         int client = nettest::bsdConnect(server.localPort());
         nettest::sendText(client, "hello");
-        EXPECT_EQ(readSome(client), "HELLO");
-        EXPECT_EQ(readSome(client), "<eof>");  // closed as the handler returned
+        EXPECT_EQ(nettest::readEach(client, 2), "HELLO|<eof>");
         int keep = nettest::bsdConnect(server.localPort());
         nettest::sendText(keep, "keep");
         EXPECT_EQ(readSome(keep), "KEEP");
@@ -54,18 +60,6 @@ TEST(TcpServer, ServesOnAThreadClosesClientsItDoesNotKeepAndStops) {
         for (int fd : {client, keep}) ::close(fd);
     }
     EXPECT_EQ(test::fdsOpenedSince(before), std::vector<int>());
-}
-
-TEST(LocalTcpServer, AnswersALocalClientOverASocketFile) {
-    std::string path = test::tempPath("local_server");
-    UpperServer<LocalTcpServer> server;
-    Thread thread("LocalServer");
-    ASSERT_TRUE(server.setup(path, 0, 4) && thread.start(server));
-    LocalTcpSocket client;
-    ASSERT_TRUE(client.open("", 0) && client.setConnection(path, 0));
-    EXPECT_EQ(client.writeData("local", 5), 5);
-    EXPECT_EQ(readSome(client.fd()), "LOCAL");
-    EXPECT_EQ(readSome(client.fd()), "<eof>");  // closed after the handler
     unlink(path.c_str());
 }
 
@@ -78,34 +72,22 @@ class EchoUdpServer : public UdpServer {
     }
 };
 
-TEST(UdpServer, AnswersTheSenderAndStopsOnlyThroughItsHandler) {
-    EchoUdpServer server;
-    Thread thread("UdpServerTest");
-    ASSERT_TRUE(server.setup("127.0.0.1", 0) && thread.start(server));
-    unsigned short port = 0;
-    int a = nettest::bsdSocket(SOCK_DGRAM, &port);
-    nettest::sendText(a, "one", server.localPort());
-    EXPECT_EQ(readSome(a), "one");
-    EXPECT_FALSE(thread.stop(50));  // a stop request alone does not end the loop
-    nettest::sendText(a, "quit", server.localPort());
-    EXPECT_TRUE(test::eventually([&] { return !thread.isRunning(); }));
-    ::close(a);
-}
-
-// quit() from another thread ends the loop, so the stop does not time out,
-// and the same server serves again on a new thread.
-TEST(UdpServer, QuitEndsTheLoopFromAnotherThreadAndTheServerStartsAgain) {
+// quit() from another thread ends the loop, so the stop does not time out, and
+// the same server serves again on a new thread; a stop request alone does not.
+TEST(UdpServer, StopsThroughQuitOrItsHandlerAndStartsAgain) {
     EchoUdpServer server;
     ASSERT_TRUE(server.setup("127.0.0.1", 0));
     unsigned short port = 0;
     int a = nettest::bsdSocket(SOCK_DGRAM, &port);
     for (int round = 0; round < 2; ++round) {
-        Thread thread("UdpServerQuit");
+        Thread thread("UdpServerTest");
         ASSERT_TRUE(thread.start(server));
         nettest::sendText(a, "ping", server.localPort());
         EXPECT_EQ(readSome(a), "ping") << round;
-        server.quit();
-        EXPECT_TRUE(thread.stop(1000)) << round;
+        if (round == 0) server.quit();
+        EXPECT_EQ(thread.stop(round == 0 ? 1000 : 50), round == 0) << round;
+        if (round == 1) nettest::sendText(a, "quit", server.localPort());
+        EXPECT_TRUE(test::eventually([&] { return !thread.isRunning(); })) << round;
     }
     ::close(a);
 }

@@ -28,7 +28,6 @@ TEST(TcpSocket, ExchangesWithABsdPeerTimesOutSilentlyAndSurvivesThePeerLeaving) 
     char buf[16] = {};
     std::string chunk(65536, 'f');
     const int size = static_cast<int>(chunk.size());
-    int result = 0;
     // Timeouts and EAGAIN give -2 or a short count without an error line.
     EXPECT_EQ(nettest::errorLinesOf([&] {
                   EXPECT_EQ(client.sendData("ping", 4, 1000000), 4);
@@ -41,7 +40,6 @@ TEST(TcpSocket, ExchangesWithABsdPeerTimesOutSilentlyAndSurvivesThePeerLeaving) 
                   EXPECT_EQ(client.peekData(buf, 4, -1), 4);  // no limit; leaves the bytes queued
                   EXPECT_EQ(client.recvData(buf, sizeof buf, 1000000), 5);
                   EXPECT_EQ(std::string(buf, 5), "pong!");
-
                   fcntl(client.fd(), F_SETFL, fcntl(client.fd(), F_GETFL) | O_NONBLOCK);
                   EXPECT_EQ(client.readData(buf, sizeof buf), -1);
                   int written = size;  // what fitted before EAGAIN
@@ -54,7 +52,7 @@ TEST(TcpSocket, ExchangesWithABsdPeerTimesOutSilentlyAndSurvivesThePeerLeaving) 
     signal(SIGPIPE, SIG_DFL);  // the default action would end the process
     ::close(server);
     auto lines = nettest::errorLinesOf([&] {
-        for (int i = 0; i < 100 && result != -1; ++i)
+        for (int i = 0, result = 0; i < 100 && result != -1; ++i)
             result = client.sendData(chunk.data(), size, 0);
         EXPECT_EQ(client.writeData(chunk.data(), 10), -1);
     });
@@ -63,15 +61,20 @@ TEST(TcpSocket, ExchangesWithABsdPeerTimesOutSilentlyAndSurvivesThePeerLeaving) 
     EXPECT_EQ(lines[1].rfind("<E>DATE [Socket::writeData,L#] write error:", 0), 0u) << lines[1];
 }
 
+// When the bind of open() fails, a TcpSocket (or UdpSocket, which shares the
+// steps) leaves the socket it created open and owned by nobody; a
+// LocalTcpSocket closes it. A failed connect leaves closing to the caller.
 TEST(Socket, RejectsBadInputWithOneLineEach) {
-    unsigned short refused = 0;
+    unsigned short taken = 0, refused = 0;
+    int holder = nettest::bsdSocket(SOCK_STREAM, &taken);
     ::close(nettest::bsdSocket(SOCK_STREAM, &refused));
-    TcpSocket closed, open;
+    TcpSocket closed, open, tcp;
+    LocalTcpSocket local;
     UdpSocket udp;
     ASSERT_TRUE(open.open("", 0) && udp.open("127.0.0.1", 0));
     char buf[8] = {};
+    auto before = test::openFds();
     nettest::expectOneLineEach({
-        {[&] { return closed.readData(nullptr, 8); }, "[Socket::readData,L#] param error."},
         {[&] { return closed.recvData(buf, 8, 0); }, "[Socket::recvData,L#] socket not open."},
         {[&] { return open.setConnection("127.0.0.1", refused) ? 0 : -1; },
          "[TcpSocket::setConnection,L#] connect error:Connection refused."},
@@ -80,8 +83,17 @@ TEST(Socket, RejectsBadInputWithOneLineEach) {
         {[&] { return udp.writeData("x", 1); },
          "[UdpSocket::writeData,L#] peer not set, peerAddr:, peerPort:0."},
         {[&] { return udp.writeTrace("x", 1); }, ""},  // a log sink's path stays silent
+        {[&] { return tcp.open("127.0.0.1", taken) ? 0 : -1; },
+         "[Socket::bindPort,L#] bind(127.0.0.1:" + std::to_string(taken) +
+             ") error:Address already in use."},
+        {[&] { return local.open("/nonexistent-orvane-dir/s.sock", 0) ? 0 : -1; },
+         "[LocalTcpSocket::open,L#] bind error:No such file or directory."},
     });
-    EXPECT_TRUE(open.isOpen());  // a failed connect leaves closing to the caller
+    EXPECT_TRUE(open.isOpen() && !tcp.isOpen() && !local.isOpen());
+    auto left = test::fdsOpenedSince(before);
+    EXPECT_EQ(left.size(), 1u);  // the TcpSocket's
+    for (int fd : left) ::close(fd);
+    ::close(holder);
 }
 
 TEST(UdpSocket, AnswersTheLastSender) {
@@ -91,15 +103,12 @@ TEST(UdpSocket, AnswersTheLastSender) {
     int a = nettest::bsdSocket(SOCK_DGRAM, &port), b = nettest::bsdSocket(SOCK_DGRAM, &port);
     char buf[32] = {};
     nettest::sendText(a, "from a", server.localPort());
-    EXPECT_EQ(server.readData(buf, sizeof buf), 6);
-    EXPECT_EQ(server.writeData("to a", 4), 4);
+    EXPECT_TRUE(server.readData(buf, sizeof buf) == 6 && server.writeData("to a", 4) == 4);
     nettest::sendText(b, "from b", server.localPort());
-    EXPECT_EQ(server.recvData(buf, sizeof buf, 1000000), 6);
-    EXPECT_EQ(server.sendData("to b", 4, 1000000), 4);
-    EXPECT_EQ(server.writeTrace("trace b", 7), 7);
-    EXPECT_EQ(readSome(a), "to a");
-    EXPECT_EQ(readSome(a, 20), "");  // nothing else went to a
-    for (const char* text : {"to b", "trace b"}) EXPECT_EQ(readSome(b), text);
+    EXPECT_TRUE(server.recvData(buf, sizeof buf, 1000000) == 6 &&
+                server.sendData("to b", 4, 1000000) == 4 && server.writeTrace("trace b", 7) == 7);
+    EXPECT_EQ(nettest::readEach(a, 2, 100), "to a|");  // nothing else went to a
+    EXPECT_EQ(nettest::readEach(b, 2), "to b|trace b");
     ::close(a);
     ::close(b);
 }
@@ -112,34 +121,10 @@ TEST(SocketDescriptors, ClosesDescriptorZeroLikeAnyOther) {
         UdpSocket udp;
         TcpSocket adopter;
         bool ok = udp.open("127.0.0.1", 0) && udp.fd() == 0 && udp.close() && !test::isOpenFd(0) &&
-                  !adopter.fdopen(0);
-        ok = ok && udp.open("127.0.0.1", 0) && udp.fd() == 0;
+                  !adopter.fdopen(0) && udp.open("127.0.0.1", 0) && udp.fd() == 0;
         int other = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         return ok && udp.fdopen(other) && udp.fd() == other && !test::isOpenFd(0);
     }));
-}
-
-// When the bind of open() fails, a TcpSocket (or UdpSocket, which shares the
-// steps) leaves the socket it created open and owned by nobody; a
-// LocalTcpSocket closes it.
-TEST(SocketDescriptors, AFailedBindLeavesTheNewIpv4SocketOpen) {
-    unsigned short taken = 0;
-    int holder = nettest::bsdSocket(SOCK_STREAM, &taken);
-    TcpSocket tcp;
-    LocalTcpSocket local;
-    auto before = test::openFds();
-    nettest::expectOneLineEach({
-        {[&] { return tcp.open("127.0.0.1", taken) ? 0 : -1; },
-         "[Socket::bindPort,L#] bind(127.0.0.1:" + std::to_string(taken) +
-             ") error:Address already in use."},
-        {[&] { return local.open("/nonexistent-orvane-dir/s.sock", 0) ? 0 : -1; },
-         "[LocalTcpSocket::open,L#] bind error:No such file or directory."},
-    });
-    EXPECT_FALSE(tcp.isOpen() || local.isOpen());
-    auto left = test::fdsOpenedSince(before);
-    EXPECT_EQ(left.size(), 1u);  // the TcpSocket's
-    for (int fd : left) ::close(fd);
-    ::close(holder);
 }
 
 }  // namespace

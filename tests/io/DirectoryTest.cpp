@@ -27,7 +27,7 @@ class DirectoryTest : public test::TempDirTest {
 
 // The listing comes in the order that C-sorting find's output gives (names
 // sorted, a directory before its contents).
-TEST_F(DirectoryTest, ListsEntriesAsFindDoesWithoutFollowingLinks) {
+TEST_F(DirectoryTest, ListsAsFindDoesMeasuresAndMakesTemporaryDirectories) {
     std::string t = tree();
     const std::tuple<bool, const char*, const char*> cases[] = {
         {false, "", "-maxdepth 1"},
@@ -43,6 +43,16 @@ TEST_F(DirectoryTest, ListsEntriesAsFindDoesWithoutFollowingLinks) {
     }
     std::vector<std::string> entries;
     EXPECT_FALSE(Directory::list(dir + "/none", &entries));
+
+    std::string made = Directory::createTemp(dir, "up-");
+    EXPECT_EQ(test::toolOutput("stat -c %a " + made) + made.substr(0, dir.size() + 4),
+              "700\n" + dir + "/up-");
+    EXPECT_EQ(Directory::createTemp(dir, "a/b"), "");
+    // 7 + 13 + 11 + 11 bytes; the links count nothing
+    ASSERT_EQ(link((t + "/sub/b.log").c_str(), (t + "/b-again.log").c_str()), 0);
+    EXPECT_EQ(Directory::totalSize(t), 42);
+    EXPECT_EQ(Directory::totalSize(t + "/sub/b.log"), 11);
+    EXPECT_EQ(Directory::totalSize(dir + "/none"), -1);
 }
 
 TEST(DirectoryDeathTest, LeavesAnotherFileSystemMountedInsideTheTree) {
@@ -88,18 +98,6 @@ TEST_F(DirectoryTest, CopiesMovesAndRemovesTreesKeepingWhatDiffAndFindSee) {
     EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(shm)) ||
                  std::filesystem::exists(std::filesystem::symlink_status(viaLink)));
     EXPECT_EQ(slurp(dir + "/outside/x.log"), "precious");
-}
-
-TEST_F(DirectoryTest, CreatesUniqueTemporaryDirectoriesAndMeasuresTrees) {
-    std::string made = Directory::createTemp(dir, "up-");
-    EXPECT_EQ(test::toolOutput("stat -c %a " + made) + made.substr(0, dir.size() + 4),
-              "700\n" + dir + "/up-");
-    EXPECT_EQ(Directory::createTemp(dir, "a/b"), "");
-    std::string t = tree();  // 7 + 13 + 11 + 11 bytes; the links count nothing
-    ASSERT_EQ(link((t + "/sub/b.log").c_str(), (t + "/b-again.log").c_str()), 0);
-    EXPECT_EQ(Directory::totalSize(t), 42);
-    EXPECT_EQ(Directory::totalSize(t + "/sub/b.log"), 11);
-    EXPECT_EQ(Directory::totalSize(dir + "/none"), -1);
 }
 
 }  // namespace

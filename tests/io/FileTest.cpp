@@ -8,8 +8,9 @@ namespace {
 using FileTest = test::TempDirTest;
 
 // 4095 + 1 bytes fill the 4096-byte buffer and reach the stream; of the
-// following 9096, two whole buffers do and 904 wait for close().
-TEST_F(FileTest, WriteMergeBufferReachesTheStreamInWholeBuffers) {
+// following 9096, two whole buffers do and 904 wait for close(). The static
+// path operations follow.
+TEST_F(FileTest, WriteMergeBufferFillsWholeBuffersAndPathOperationsWork) {
     std::string p = dir + "/merged", all;
     for (size_t i = 0; i < 13192; ++i) all.push_back(static_cast<char>('a' + i % 26));
     File file;
@@ -21,6 +22,21 @@ TEST_F(FileTest, WriteMergeBufferReachesTheStreamInWholeBuffers) {
     }
     EXPECT_TRUE(file.close());
     EXPECT_EQ(slurp(p), all);
+
+    std::string regular = put("regular", "12345"), moved = dir + "/moved";
+    EXPECT_TRUE(File::rename(regular, moved) && File::truncate(moved, 3));
+    EXPECT_EQ(File::readAll(moved), "123");
+    EXPECT_FALSE(File::rename(moved, put("taken", "x")));
+    EXPECT_EQ(line("[rename,"), "<E>DATE [rename,L#] old file not exists or new file exists!");
+    // replace takes the place of the existing file in one step.
+    std::string taken = dir + "/taken";
+    EXPECT_TRUE(File::replace(put("fresh", "new"), taken));
+    EXPECT_EQ(File::readAll(taken) + std::to_string(File::exists(dir + "/fresh")), "new0");
+    EXPECT_FALSE(File::replace(dir + "/nowhere", taken));
+    EXPECT_TRUE(File::remove(moved));
+    EXPECT_EQ(File::readAll(moved), "");
+    EXPECT_EQ(line("[readAll,"),
+              "<E>DATE [readAll,L#] open file(" + moved + ") error: No such file or directory");
 }
 
 // Reopening replaces the stream without leaking; an empty line and the end
@@ -43,23 +59,6 @@ TEST_F(FileTest, RefusesClosedFilesAndReadsLinesWithoutLeaking) {
         EXPECT_TRUE(file.isEnd());
     }
     EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
-}
-
-TEST_F(FileTest, StaticPathOperationsRenameTruncateReadAndRemove) {
-    std::string regular = put("regular", "12345"), moved = dir + "/moved";
-    EXPECT_TRUE(File::rename(regular, moved) && File::truncate(moved, 3));
-    EXPECT_EQ(File::readAll(moved), "123");
-    EXPECT_FALSE(File::rename(moved, put("taken", "x")));
-    EXPECT_EQ(line("[rename,"), "<E>DATE [rename,L#] old file not exists or new file exists!");
-    // replace takes the place of the existing file in one step.
-    std::string taken = dir + "/taken";
-    EXPECT_TRUE(File::replace(put("fresh", "new"), taken));
-    EXPECT_EQ(File::readAll(taken) + std::to_string(File::exists(dir + "/fresh")), "new0");
-    EXPECT_FALSE(File::replace(dir + "/nowhere", taken));
-    EXPECT_TRUE(File::remove(moved));
-    EXPECT_EQ(File::readAll(moved), "");
-    EXPECT_EQ(line("[readAll,"),
-              "<E>DATE [readAll,L#] open file(" + moved + ") error: No such file or directory");
 }
 
 }  // namespace

@@ -27,10 +27,6 @@ TEST_F(PartitionTest, FindsTheMountHoldingAPathAsFindmntDoes) {
     std::string findmnt = test::toolOutput("findmnt -n -o TARGET --target '" + dir + "'");
     if (findmnt.empty()) GTEST_SKIP() << "findmnt is not installed";
     EXPECT_EQ(info.mountPoint + "\n", findmnt);
-    ASSERT_TRUE(Partition::mountOf("/proc/self/../self", &info));
-    EXPECT_EQ(info.mountPoint + " " + info.fsType, "/proc proc");
-    EXPECT_EQ(findMount("/").mountPoint, "/");
-    EXPECT_GT(Partition::totalBytes(dir), 0);
 
     const std::string none = dir + "/none";
     EXPECT_FALSE(Partition::mountOf(none, &info) || Partition::availableBytes(none) != -1 ||

@@ -74,7 +74,7 @@ class ORVANE_API DirectFile : public IODevice {
     int sendData(const char* data, int len, int timeoutUs) override;
     // fsync(); see sync().
     void flush() override;
-    // The position for the next transfer, -1 when closed.
+    // The position for the next transfer; -1 (logged) when closed or beyond what long holds.
     long getPos() override;
     // Any position 0 or more (also past the end: a write there leaves a hole);
     // the new position, or -1.

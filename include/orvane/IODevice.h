@@ -70,7 +70,7 @@ class ORVANE_API IODevice {
     virtual bool reopen();
     // fsync() of the descriptor.
     virtual void flush();
-    // The current offset, -1 (logged) when closed or the seek fails.
+    // The current offset; -1 when closed (logged), lseek fails, or long cannot hold it (logged).
     virtual long getPos();
     // Moves to offset `pos` from the start; the new offset, or -1 (logged).
     virtual long setPos(long pos);

@@ -13,10 +13,9 @@ namespace detail {
 inline void cpuRelax() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
-#elif defined(__aarch64__) || (defined(__arm__) && __ARM_ARCH >= 7)
-    asm volatile("yield" ::: "memory");
-#elif defined(__arm__) && (defined(__ARM_ARCH_6K__) || defined(__ARM_ARCH_6KZ__)) && \
-    !defined(__thumb__)
+#elif defined(__aarch64__) || (defined(__arm__) && __ARM_ARCH >= 7) ||              \
+    (defined(__arm__) && (defined(__ARM_ARCH_6K__) || defined(__ARM_ARCH_6KZ__)) && \
+     !defined(__thumb__))
     asm volatile("yield" ::: "memory");
 #endif
 }

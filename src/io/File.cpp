@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdint>
 #include <new>
@@ -339,9 +340,9 @@ std::string File::readAll() { return readAll(devName); }
 
 void* File::mapMemory() {
     if (mapAddr != nullptr) return mapAddr;
-    int64_t bytes = size();
-    size_t length = bytes < 0 ? 0 : static_cast<size_t>(bytes);
-    if (static_cast<int64_t>(length) != (bytes < 0 ? 0 : bytes)) {
+    int64_t bytes = std::max<int64_t>(size(), 0);
+    size_t length = static_cast<size_t>(bytes);
+    if (static_cast<int64_t>(length) != bytes) {
         ORVANE_ERROR("file(%s) of %" PRId64 " bytes too large to map!", devName.c_str(), bytes);
         return nullptr;
     }

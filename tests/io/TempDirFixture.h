@@ -1,16 +1,12 @@
 #pragma once
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <stdio.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <string>
 
+#include "support/Descriptors.h"
 #include "support/LogCapture.h"
 #include "support/PrivateMount.h"
 #include "support/ToolRun.h"

@@ -50,7 +50,8 @@ class ORVANE_API Time {
     int64_t toMicroSec() const { return sec_ * 1000000 + usec_; }
     // The whole time in seconds.
     double toSec() const { return static_cast<double>(sec_) + static_cast<double>(usec_) / 1e6; }
-    // "%ld.%06d": whole seconds, a point, six digits of microseconds.
+    // Whole seconds (all 64 bits, on every target), a point and six digits of
+    // microseconds: "12.000500".
     std::string toString() const;
     // True when |this - other| in microseconds is at most tolerance / 2:
     // tolerance is the width of a band centred on other.

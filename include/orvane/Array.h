@@ -72,7 +72,7 @@ class Array {
         while (size_ > 0) slot(--size_)->~T();
     }
 
-    // Appends a copy / the moved value; false (logged) when full.
+    // Appends a copy of the value; false (logged) when full.
     bool push(const T& value) { return placeBack("push", value); }
     // Appends the moved value; false (logged) when full.
     bool push(T&& value) { return placeBack("push", std::move(value)); }
@@ -132,7 +132,7 @@ class Array {
         *slot(index) = std::move(value);
         return true;
     }
-    // The first / last element, or null (logged) when empty.
+    // The first element, or null (logged) when empty.
     T* front() { return size_ > 0 ? slot(0) : outOfRange("front", 0); }
     // The last element, or null (logged) when empty.
     T* back() { return size_ > 0 ? slot(size_ - 1) : outOfRange("back", 0); }
@@ -162,9 +162,9 @@ class Array {
         Tracer::getInstance().printAt(3, logName_, op, __LINE__, "%s", text);
         return false;
     }
-    template <typename First, typename... Args>
     // Logs a printf-style line as an error of operation `op` under the array's log name; returns
     // false.
+    template <typename First, typename... Args>
     bool refuse(const char* op, const char* fmt, First first, Args... args) const {
         Tracer::getInstance().printAt(3, logName_, op, __LINE__, fmt, first, args...);
         return false;
@@ -223,16 +223,16 @@ class ByteArray : public Array<uint8_t, N> {
         if (bytes == nullptr && len > 0) return this->refuse("append", "null bytes");
         return appendBytes("append", bytes, len);
     }
-    template <typename T>
     // Appends the integer in big-endian order; false (logged, nothing appended) when it does not
     // fit.
+    template <typename T>
     bool appendBig(T v) {
         v = Endian::toBig(v);
         return appendBytes("appendBig", &v, sizeof v);
     }
-    template <typename T>
     // Appends the integer in little-endian order; false (logged, nothing appended) when it does not
     // fit.
+    template <typename T>
     bool appendLittle(T v) {
         v = Endian::toLittle(v);
         return appendBytes("appendLittle", &v, sizeof v);
@@ -244,8 +244,8 @@ class ByteArray : public Array<uint8_t, N> {
         *out = Endian::readBig<T>(this->data() + offset);
         return true;
     }
-    template <typename T>
     // The little-endian integer at `offset`; false (logged, *out untouched) past size().
+    template <typename T>
     bool readLittle(size_t offset, T* out) const {
         if (!inside("readLittle", offset, sizeof(T), out)) return false;
         *out = Endian::readLittle<T>(this->data() + offset);
@@ -258,9 +258,9 @@ class ByteArray : public Array<uint8_t, N> {
         Endian::writeBig<T>(this->data() + offset, v);
         return true;
     }
-    template <typename T>
     // Overwrites the bytes at `offset` with the little-endian integer; false (logged, nothing
     // written) past size().
+    template <typename T>
     bool writeLittle(size_t offset, T v) {
         if (!inside("writeLittle", offset, sizeof(T), &v)) return false;
         Endian::writeLittle<T>(this->data() + offset, v);

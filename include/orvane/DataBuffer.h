@@ -16,13 +16,15 @@ class ORVANE_API DataBuffer {
     DataBuffer();
     virtual ~DataBuffer() = 0;
 
-    // Allocates room for `size` bytes; false for a size below 1 or a failed allocation.
+    // Allocates room for `size` bytes; false for a size below 1 or a failed
+    // allocation. Whether a second call is allowed depends on the buffer.
     virtual bool init(int size) = 0;
     // Forgets the unread bytes.
     virtual void clear() = 0;
     // The storage size in bytes.
     virtual int capacity() = 0;
-    // The bytes that putData can still store.
+    // capacity() minus size(): the free bytes. LineBuffer's putData keeps one
+    // of them free.
     virtual int space() = 0;
     // The unread bytes.
     virtual int size() = 0;
@@ -32,7 +34,7 @@ class ORVANE_API DataBuffer {
     virtual int getData(char* buf, int len) = 0;
 
   protected:
-    // This class's own name, printed in the log lines of the operations it defines.
+    // This class's own name; the buffers log nothing.
     std::string className;
 };
 
@@ -132,7 +134,7 @@ class ORVANE_API RingBuffer : public DataBuffer {
     int getData(char* buf, int len) override;
 
   protected:
-    // This class's own name, printed in the log lines of the operations it defines.
+    // This class's own name; the buffers log nothing.
     std::string className;
 
   private:
@@ -167,7 +169,7 @@ class ORVANE_API Parser {
     static bool parseNextInt(const char* text, unsigned int* pos, const char* sep, int* out);
 
   protected:
-    // This class's own name, printed in the log lines of the operations it defines.
+    // This class's own name; Parser logs nothing.
     std::string className;
 };
 

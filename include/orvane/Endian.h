@@ -60,18 +60,18 @@ class Endian {
     static constexpr T toBig(T v) {
         return isLittleHost() ? swap(v) : v;
     }
-    template <typename T>
     // Big-endian to host order.
+    template <typename T>
     static constexpr T fromBig(T v) {
         return toBig(v);
     }
-    template <typename T>
     // Host to little-endian order.
+    template <typename T>
     static constexpr T toLittle(T v) {
         return isLittleHost() ? v : swap(v);
     }
-    template <typename T>
     // Little-endian to host order.
+    template <typename T>
     static constexpr T fromLittle(T v) {
         return toLittle(v);
     }
@@ -81,18 +81,18 @@ class Endian {
     static T readBig(const void* p) {
         return fromBig(load<T>(p));
     }
-    template <typename T>
     // Unchecked: the little-endian value at p, any alignment.
+    template <typename T>
     static T readLittle(const void* p) {
         return fromLittle(load<T>(p));
     }
-    template <typename T>
     // Unchecked: v stored big-endian at p, any alignment.
+    template <typename T>
     static void writeBig(void* p, T v) {
         store(p, toBig(v));
     }
-    template <typename T>
     // Unchecked: v stored little-endian at p, any alignment.
+    template <typename T>
     static void writeLittle(void* p, T v) {
         store(p, toLittle(v));
     }
@@ -106,24 +106,24 @@ class Endian {
         *out = readBig<T>(static_cast<const unsigned char*>(buf) + offset);
         return true;
     }
-    template <typename T>
     // Checked little-endian read; see readBig.
+    template <typename T>
     static bool readLittle(const void* buf, size_t size, size_t offset, T* out) {
         if (!fits(buf, out, size, offset, sizeof(T), "readLittle")) return false;
         *out = readLittle<T>(static_cast<const unsigned char*>(buf) + offset);
         return true;
     }
-    template <typename T>
     // Checked: v stored big-endian at buf[offset]; false (logged, buffer untouched) when it does
     // not fit.
+    template <typename T>
     static bool writeBig(void* buf, size_t size, size_t offset, T v) {
         if (!fits(buf, &v, size, offset, sizeof(T), "writeBig")) return false;
         writeBig<T>(static_cast<unsigned char*>(buf) + offset, v);
         return true;
     }
-    template <typename T>
     // Checked: v stored little-endian at buf[offset]; false (logged, buffer untouched) when it does
     // not fit.
+    template <typename T>
     static bool writeLittle(void* buf, size_t size, size_t offset, T v) {
         if (!fits(buf, &v, size, offset, sizeof(T), "writeLittle")) return false;
         writeLittle<T>(static_cast<unsigned char*>(buf) + offset, v);

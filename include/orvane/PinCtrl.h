@@ -60,10 +60,11 @@ class ORVANE_API PinCtrl {
     // Writes `pin` to "<root>/export" / "<root>/unexport". exportPin waits up
     // to 1 s for the pin's directory to appear; an exported pin is success.
     bool exportPin(int pin);
-    // Unexports `pin`; false (logged) when the write fails.
+    // Unexports `pin`; false (logged) for a negative pin or when the write fails.
     bool unexportPin(int pin);
 
-    // PIN_IN or PIN_OUT for the open pin; false (logged) otherwise.
+    // PIN_IN, or PIN_OUT (written as "low": the output starts inactive) for
+    // the open pin; false (logged) for another value or a failed write.
     bool setDirection(int direction);
     // PIN_IN or PIN_OUT, -1 on failure.
     int getDirection();

@@ -27,8 +27,9 @@ class ORVANE_API SpiDev {
     SpiDev(const SpiDev&) = delete;
     SpiDev& operator=(const SpiDev&) = delete;
 
-    // Opens the spidev device at `path` and sets its mode, speed, delay and word size; false
-    // (logged) when it cannot be opened or a setting is refused (the device is then closed).
+    // Opens the spidev device at `path`, writes mode, word size and clock and
+    // stores the delay; false (logged) when it cannot be opened or a setting
+    // is refused (the device is then closed).
     bool open(const std::string& path, unsigned int spiMode, unsigned int speedHz,
               unsigned short delayUs, unsigned char bitsPerWord);
     // rx may be null (nothing is read back); rxlen bytes of the answer that
@@ -39,13 +40,13 @@ class ORVANE_API SpiDev {
 
     // The descriptor, or -1 when closed.
     int fd() const { return fd_.get(); }
-    // The SPI mode set by open().
+    // The mode byte the driver read back in open(); 0 before.
     uint32_t mode() const { return mode_; }
-    // The clock speed in hertz set by open().
+    // The clock in hertz the driver read back in open(); 500000 before.
     uint32_t speed() const { return speed_; }
-    // The delay in microseconds after each transfer.
+    // The delay in microseconds after each transfer, as given to open(); 0 before.
     uint16_t delay() const { return delay_; }
-    // Bits per word.
+    // The bits per word the driver read back in open(); 8 before.
     uint8_t bits() const { return bits_; }
 
   protected:

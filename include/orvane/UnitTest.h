@@ -68,7 +68,7 @@ struct ORVANE_API TestResult {
     bool skipped = false;
     // Why it was skipped.
     std::string skipReason;
-    // How long the test ran.
+    // How long the test ran, in seconds.
     double seconds = 0;
     // No failure and not skipped.
     bool passed() const { return failures.empty() && !skipped; }
@@ -133,7 +133,7 @@ class ORVANE_API TestRunner {
     // For the assertion macros: record a failure of the running test (or
     // print it to stderr when no test runs), or mark it skipped.
     static void recordFailure(const char* file, int line, const std::string& message);
-    // Marks the running test skipped for `reason`.
+    // Marks the running test skipped for `reason`; nothing when no test runs.
     static void recordSkip(const std::string& reason);
     // For the NEAR macros: true when |a - b| <= tolerance, else records the
     // failure with both texts and values.

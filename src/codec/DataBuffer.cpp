@@ -14,7 +14,9 @@ DataBuffer::DataBuffer() : className("DataBuffer") {}
 
 DataBuffer::~DataBuffer() = default;
 
-LineBuffer::LineBuffer() : storage(nullptr), writePos(nullptr), readPos(nullptr), capacity_(0) {}
+LineBuffer::LineBuffer() : storage(nullptr), writePos(nullptr), readPos(nullptr), capacity_(0) {
+    className = "LineBuffer";
+}
 
 LineBuffer::~LineBuffer() { free(storage); }
 

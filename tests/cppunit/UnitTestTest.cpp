@@ -79,33 +79,27 @@ TEST(TestRunner, RunsTheFilteredTestsAndReportsThemAsTextAndJUnit) {
     unlink(path.c_str());
 }
 
-TEST(TestRunner, FiltersLikeGoogleTest) {
-    // clang-format off
-    const std::vector<std::tuple<std::string, std::string, bool>> cases = {
-        {"A.b", "", true}, {"A.b", "A.*", true}, {"AB.b", "A.*", false}, {"A.b", "B.*:A.b", true},
-        {"A.b", "?.b", true}, {"A.b", "*-A.b", false}, {"A.c", "*-A.b", true},
-        {"A.b", "-A.*", false}, {"A.bc", "A.b", false}, {"Ab.ab", "A*b.*b", true}};
-    // clang-format on
-    for (const auto& [name, filter, runs] : cases) {
+TEST(TestRunner, FiltersLikeGoogleTestAndGivesTheExitStatusOfAWholeProgram) {
+    const std::tuple<const char*, const char*, bool> filters[] = {
+        {"A.b", "", true},      {"AB.b", "A.*", false},  {"A.b", "B.*:A.b", true},
+        {"A.b", "?.b", true},   {"A.b", "*-A.b", false}, {"A.c", "*-A.b", true},
+        {"A.b", "-A.*", false}, {"A.bc", "A.b", false},  {"Ab.ab", "A*b.*b", true}};
+    for (const auto& [name, filter, runs] : filters)
         EXPECT_EQ(test::TestRunner::matchesFilter(name, filter), runs) << name << " " << filter;
-    }
-}
-
-TEST(TestRunner, GivesTheExitStatusOfAWholeProgram) {
-    // Only the unwritable report logs.
-    // clang-format off
-    const std::vector<std::pair<std::string, int>> cases = {
-        {"--list", 0}, {"--filter=SampleC.*", 1}, {"--bogus", 2}, {"--junit=/nonexistent/r.xml", 2}};
-    // clang-format on
+    const std::pair<const char*, int> cases[] = {{"--list", 0},
+                                                 {"--filter=SampleC.*", 1},
+                                                 {"--bogus", 2},
+                                                 {"--junit=/nonexistent/r.xml", 2}};
     std::vector<std::string> lines;
     for (const auto& c : cases) {
-        char* argv[] = {const_cast<char*>("selftest"), const_cast<char*>("--filter=SampleA.Passes"),
-                        const_cast<char*>(c.first.c_str())};
+        const char* argv[] = {"selftest", "--filter=SampleA.Passes", c.first};
         testing::internal::CaptureStdout();
-        lines = test::LogCapture::get().linesDuring(
-            [&] { EXPECT_EQ(test::TestRunner::main(3, argv), c.second) << c.first; });
+        lines = test::LogCapture::get().linesDuring([&] {
+            EXPECT_EQ(test::TestRunner::main(3, const_cast<char**>(argv)), c.second) << c.first;
+        });
         EXPECT_EQ(testing::internal::GetCapturedStdout() == "SampleA.Passes\n", c.second == 0);
     }
+    // Only the unwritable report logs.
     EXPECT_EQ(lines,
               std::vector<std::string>{"<E>DATE [TestRunner::run,L#] cannot write the JUnit "
                                        "report /nonexistent/r.xml: No such file or directory"});

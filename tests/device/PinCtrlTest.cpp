@@ -1,17 +1,12 @@
 #include <gtest/gtest.h>
 #include <orvane/PinCtrl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <thread>
 
 #include "io/TempDirFixture.h"
 #include "support/Descriptors.h"
-#include "support/Eventually.h"
-#include "support/Refusal.h"
 
 namespace orvane {
 namespace {
@@ -33,14 +28,6 @@ class PinCtrlTest : public test::TempDirTest {
         put(name + "/active_low", "0\n");
         put(name + "/edge", "none\n");
     }
-    std::string attr(int pin, const std::string& name) {
-        return slurp(dir + "/gpio" + std::to_string(pin) + "/" + name);
-    }
-    // Every call must fail (false, or -1 turned into false) and log exactly its line.
-    static void expectRefusals(
-        const std::vector<std::pair<std::function<bool()>, std::string>>& cases) {
-        for (auto& [call, line] : cases) test::expectRefusal(call, "<E>DATE " + line);
-    }
 };
 
 // poll() on a regular file never reports POLLPRI, so here an edge wait can
@@ -48,29 +35,21 @@ class PinCtrlTest : public test::TempDirTest {
 TEST_F(PinCtrlTest, DrivesAnExportedPinThroughItsAttributeFilesAndRefusesBadInput) {
     addPin(17);
     PinCtrl pin(dir);
-    expectRefusals({
-        {[&] { return pin.getValue() != -1; }, "[PinCtrl::getValue,L#] pin not open"},
-        {[&] { return pin.open(17, 5); },
-         "[PinCtrl::open,L#] bad pin:17 or direction:5 (0 in, 1 out)"},
-    });
+    EXPECT_EQ(pin.getValue(), -1);  // not open
+    test::expectRefusal([&] { return pin.open(17, 5); },
+                        "<E>DATE [PinCtrl::open,L#] bad pin:17 or direction:5 (0 in, 1 out)");
     ASSERT_TRUE(pin.open(17, PIN_OUT));
-    EXPECT_EQ(attr(17, "direction"), "low");  // an output that starts inactive
+    EXPECT_EQ(slurp(dir + "/gpio17/direction"), "low");  // an output that starts inactive
     EXPECT_EQ(pin.getDirection(), PIN_OUT);
     EXPECT_TRUE(pin.setValue(1) && pin.setActiveLow(true) && pin.setEdge(PIN_EDGE_FALLING));
-    EXPECT_EQ(attr(17, "value").substr(0, 1) + attr(17, "active_low") + attr(17, "edge"),
+    EXPECT_EQ(slurp(dir + "/gpio17/value").substr(0, 1) + slurp(dir + "/gpio17/active_low") +
+                  slurp(dir + "/gpio17/edge"),
               "11falling");
-    EXPECT_EQ(pin.getValue(), 1);
-    EXPECT_EQ(pin.getActiveLow(), 1);
-    for (int edge : {PIN_EDGE_BOTH, PIN_EDGE_RISING, PIN_EDGE_NONE}) {
-        EXPECT_TRUE(pin.setEdge(edge));
-        EXPECT_EQ(pin.getEdge(), edge);
-    }
-    expectRefusals({
-        {[&] { return pin.setValue(2); }, "[PinCtrl::setValue,L#] bad value:2 (0 or 1)"},
-        {[&] { return pin.setEdge(4); },
-         "[PinCtrl::setEdge,L#] bad edge:4 (0 none, 1 rising, 2 falling, 3 both)"},
-        {[&] { return pin.waitEdge(0) != -1; }, "[PinCtrl::waitEdge,L#] gpio17 has no edge set"},
-    });
+    EXPECT_EQ(pin.getValue() * 10 + pin.getActiveLow(), 11);
+    for (int edge : {PIN_EDGE_BOTH, PIN_EDGE_RISING, PIN_EDGE_NONE})
+        EXPECT_TRUE(pin.setEdge(edge) && pin.getEdge() == edge) << edge;
+    EXPECT_FALSE(pin.setValue(2) || pin.setEdge(4));
+    EXPECT_EQ(pin.waitEdge(0), -1);  // no edge set
     EXPECT_TRUE(pin.setDirection(PIN_IN) && pin.setEdge(PIN_EDGE_FALLING));
     EXPECT_EQ(pin.getDirection(), PIN_IN);
     int value = 7;
@@ -80,10 +59,8 @@ TEST_F(PinCtrlTest, DrivesAnExportedPinThroughItsAttributeFilesAndRefusesBadInpu
     EXPECT_EQ(value, 7);  // untouched without an edge
     put("gpio17/value", "x\n");
     put("gpio17/edge", "sideways\n");
-    expectRefusals({
-        {[&] { return pin.getValue() != -1; }, "[PinCtrl::getValue,L#] gpio17 value unreadable"},
-        {[&] { return pin.getEdge() != -1; }, "[PinCtrl::getEdge,L#] unknown edge:'sideways'"},
-    });
+    EXPECT_EQ(pin.getValue(), -1);  // unreadable
+    EXPECT_EQ(pin.getEdge(), -1);
     EXPECT_TRUE(pin.close());
     EXPECT_FALSE(pin.isOpen());
     // Exported before: neither exported nor unexported by the object.
@@ -111,9 +88,7 @@ TEST_F(PinCtrlTest, ExportsAPinForItsLifetime) {
     }
     EXPECT_EQ(slurp(dir + "/unexport"), "5");
     EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
-    test::expectRefusal(
-        [&] { return PinCtrl(dir + "/missing").open(9, PIN_OUT); },
-        "<E>DATE [PinCtrl::exportPin,L#] export gpio9 error:No such file or directory");
+    EXPECT_FALSE(PinCtrl(dir + "/missing").open(9, PIN_OUT));
 }
 
 // Without lines every call is refused; with the first chip (when the machine
@@ -121,26 +96,16 @@ TEST_F(PinCtrlTest, ExportsAPinForItsLifetime) {
 TEST(PinChip, RefusesCallsWithoutAChipOrLinesAndBadRequests) {
     PinChip chip;
     PinEvent event;
-    const std::pair<std::function<bool()>, std::string> cases[] = {
-        {[&] { return chip.open(-1); }, "[PinChip::open,L#] bad chip number:-1"},
-        {[&] { return chip.requestLines({1}, PIN_IN); },
-         "[PinChip::requestLines,L#] chip not open"},
-        {[&] { return chip.waitEvent(&event, 0) != -1; },
-         "[PinChip::waitEvent,L#] no lines requested"},
-    };
-    for (auto& [call, line] : cases) test::expectRefusal(call, "<E>DATE " + line);
-    if (access("/dev/gpiochip0", F_OK) != 0) {
-        test::expectRefusal([&] { return chip.open(0); },
-                            "<E>DATE [PinChip::open,L#] open /dev/gpiochip0 error:No such file or "
-                            "directory");
-        GTEST_SKIP() << "no GPIO chip: /dev/gpiochip0 is missing";
-    }
+    test::expectRefusal([&] { return chip.open(-1); },
+                        "<E>DATE [PinChip::open,L#] bad chip number:-1");
+    EXPECT_FALSE(chip.requestLines({1}, PIN_IN));  // not open
+    EXPECT_EQ(chip.waitEvent(&event, 0), -1);
+    if (access("/dev/gpiochip0", F_OK) != 0) GTEST_SKIP() << "no GPIO chip: /dev/gpiochip0";
     ASSERT_TRUE(chip.open(0));
-    unsigned int beyond = static_cast<unsigned int>(chip.lineCount());
-    EXPECT_GT(beyond, 0u);
-    EXPECT_FALSE(chip.requestLines({beyond}, PIN_IN));
-    EXPECT_FALSE(chip.requestLines({0, 0}, PIN_IN));
-    EXPECT_FALSE(chip.requestLines({0}, PIN_OUT, PIN_EDGE_BOTH));
+    auto beyond = static_cast<unsigned int>(chip.lineCount());
+    EXPECT_FALSE(beyond == 0 || chip.requestLines({beyond}, PIN_IN) ||
+                 chip.requestLines({0, 0}, PIN_IN) ||
+                 chip.requestLines({0}, PIN_OUT, PIN_EDGE_BOTH));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <orvane/UniqueFd.h>
 
+#include <climits>
 #include <tuple>
 
 #include "support/Descriptors.h"

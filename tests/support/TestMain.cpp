@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
     // line comes first in the arguments gtest re-runs.
     std::vector<std::string> words = targetCommand({argv, argv + argc});
     std::vector<char*> args;
+    args.reserve(words.size() + 1);
     for (std::string& word : words) args.push_back(word.data());
     args.push_back(nullptr);
     int count = static_cast<int>(words.size());

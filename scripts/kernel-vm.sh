@@ -147,7 +147,8 @@ mount -t sysfs sysfs /sys
 mount -t devtmpfs devtmpfs /dev
 mkdir -p /dev/pts /dev/shm
 mount -t devpts devpts /dev/pts
-mount -t tmpfs tmpfs /tmp
+# /tmp stays on the root file system, itself a tmpfs: a mount there would hide
+# a test program built under /tmp, copied into the guest at its own path.
 mount -t tmpfs tmpfs /dev/shm
 echo "==== orvane kernel tier: begin ($(uname -r)) ===="
 step() { "$@" || echo "init: failed: $*"; }

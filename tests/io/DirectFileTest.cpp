@@ -42,7 +42,7 @@ TEST_F(DirectFileTest, WritesReadsAndAppendsAsAPlainFile) {
                                               {199999, 2}, {0, 300000}};
     for (size_t i = 0; i < std::size(writes); ++i) {
         std::string bytes = pattern(writes[i].second, i);
-        model.resize(std::max(model.size(), writes[i].first + bytes.size()));
+        model.resize(std::max(model.size(), static_cast<size_t>(writes[i].first) + bytes.size()));
         model.replace(static_cast<size_t>(writes[i].first), bytes.size(), bytes);
         ASSERT_EQ(file.setPos(writes[i].first), writes[i].first);
         ASSERT_EQ(file.writeData(bytes.data(), static_cast<int>(bytes.size())),

@@ -102,8 +102,9 @@ class ORVANE_API MemPool {
   protected:
     // This class's own name, printed in the log lines of the operations it defines.
     std::string className;
-    // The block count and block size (bytes) given to the last init().
+    // The block count given to the last init().
     int blockCount;
+    // The block size in bytes given to the last init().
     int blockSize;
     // Every block, area by area in the order init() added them.
     std::vector<MemBlock> blocks;

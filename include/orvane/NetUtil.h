@@ -61,10 +61,12 @@ class ORVANE_API NetUtil {
     // interface does not exist (the fields then hold their defaults).
     static bool getInterface(const std::string& name, Interface* info);
 
-    // The interface's IPv4 address / netmask / broadcast address in dotted
-    // form; "" when it has none or does not exist.
+    // The interface's IPv4 address in dotted form; "" when it has none or
+    // does not exist.
     static std::string getAddress(const std::string& name);
+    // The interface's IPv4 netmask in dotted form, or "".
     static std::string getNetmask(const std::string& name);
+    // The interface's IPv4 broadcast address in dotted form, or "".
     static std::string getBroadcast(const std::string& name);
     // The hardware address as "aa:bb:cc:dd:ee:ff"; "" on failure.
     static std::string getMacAddress(const std::string& name);
@@ -72,9 +74,11 @@ class ORVANE_API NetUtil {
     static int getMtu(const std::string& name);
     // The kernel's interface index (1 or more), or -1.
     static int getIndex(const std::string& name);
-    // Whether the interface is administratively up (IFF_UP) / has link
-    // carrier (IFF_RUNNING); false also for an interface that does not exist.
+    // Whether the interface is administratively up (IFF_UP); false also for
+    // an interface that does not exist.
     static bool isUp(const std::string& name);
+    // Whether the interface has link carrier (IFF_RUNNING); false also for
+    // an interface that does not exist.
     static bool isRunning(const std::string& name);
 
     // Privileged setters (CAP_NET_ADMIN). Addresses are dotted IPv4;

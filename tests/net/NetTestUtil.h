@@ -5,28 +5,15 @@
 // each bad call logs exactly its one line.
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <orvane/Socket.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "support/LogCapture.h"
 
 namespace orvane {
 namespace nettest {
-
-// The error lines logged while `action` ran, normalised.
-inline std::vector<std::string> errorLinesOf(const std::function<void()>& action) {
-    std::vector<std::string> errors;
-    for (auto& line : test::LogCapture::get().linesDuring(action))
-        if (line.rfind("<E>", 0) == 0) errors.push_back(line);
-    return errors;
-}
 
 // The capture, holding no line logged before this call.
 inline test::LogCapture& freshCapture() {
@@ -35,39 +22,29 @@ inline test::LogCapture& freshCapture() {
 }
 
 // Each call must return -1 and log exactly the error line "<E>DATE " + line
-// (none if "").
+// (none if ""); lines of other levels do not count.
 using BadCall = std::pair<std::function<int()>, std::string>;
 inline void expectOneLineEach(const std::vector<BadCall>& cases) {
-    for (auto& badCall : cases) {
+    for (auto& [call, line] : cases) {
         int result = 0;
-        EXPECT_EQ(errorLinesOf([&] { result = badCall.first(); }),
-                  std::vector<std::string>(!badCall.second.empty(), "<E>DATE " + badCall.second));
-        EXPECT_EQ(result, -1) << badCall.second;
+        std::vector<std::string> errors;
+        for (auto& logged : test::LogCapture::get().linesDuring([&] { result = call(); }))
+            if (logged.rfind("<E>", 0) == 0) errors.push_back(logged);
+        EXPECT_EQ(errors, std::vector<std::string>(!line.empty(), "<E>DATE " + line));
+        EXPECT_EQ(result, -1) << line;
     }
-}
-
-inline sockaddr_in loopback(unsigned short port) {
-    return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
 }
 
 // A socket of `type` bound to 127.0.0.1 on an ephemeral port (listening if a
 // stream); a failed step shows in what the test reads.
 inline int bsdSocket(int type, unsigned short* port) {
     int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(0);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t size = sizeof address;
     (void)bind(fd, reinterpret_cast<sockaddr*>(&address), size);
     if (type == SOCK_STREAM) (void)listen(fd, 8);
     (void)getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
     *port = ntohs(address.sin_port);
-    return fd;
-}
-
-// A client of 127.0.0.1:port; a failed connect shows in what the test reads.
-inline int bsdConnect(unsigned short port) {
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(port);
-    (void)connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
     return fd;
 }
 
@@ -80,16 +57,9 @@ inline std::string readSome(int fd, int timeoutMs = 3000) {
     return n > 0 ? std::string(buf, static_cast<size_t>(n)) : n == 0 ? "<eof>" : "<error>";
 }
 
-// What `count` reads bring, joined by '|'.
-inline std::string readEach(int fd, int count, int timeoutMs = 3000) {
-    std::string all;
-    for (int i = 0; i < count; ++i) all += (i ? "|" : "") + readSome(fd, timeoutMs);
-    return all;
-}
-
 // Sends on a connected stream, or as a datagram to 127.0.0.1:port.
 inline void sendText(int fd, const std::string& text, unsigned short port = 0) {
-    sockaddr_in to = loopback(port);
+    sockaddr_in to{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
     sendto(fd, text.data(), text.size(), MSG_NOSIGNAL,
            port ? reinterpret_cast<sockaddr*>(&to) : nullptr, port ? sizeof to : 0);
 }

@@ -1,11 +1,10 @@
-#include <gtest/gtest.h>
 #include <orvane/Server.h>
 
+#include <algorithm>
 #include <cctype>
 
 #include "net/NetTestUtil.h"
 #include "support/Descriptors.h"
-#include "support/Eventually.h"
 
 namespace orvane {
 namespace {
@@ -19,11 +18,10 @@ class UpperServer : public Base {
   public:
     void newConnection(std::unique_ptr<TcpSocket>& client) override {
         char buf[256];
-        int n = client->recvData(buf, sizeof buf, 500000);
-        std::string text(buf, static_cast<size_t>(n > 0 ? n : 0));
-        for (char& c : text) c = static_cast<char>(toupper(c));
-        if (n > 0) client->writeData(text.data(), n);
-        if (text == "KEEP") kept.push_back(std::move(client));
+        int n = std::max(client->recvData(buf, sizeof buf, 500000), 0);
+        std::transform(buf, buf + n, buf, [](char c) { return static_cast<char>(toupper(c)); });
+        if (client->writeData(buf, n) == 4 && std::string(buf, 4) == "KEEP")
+            kept.push_back(std::move(client));
     }
     std::vector<std::unique_ptr<TcpSocket>> kept;  // read once the thread stopped
 };
@@ -43,21 +41,19 @@ TEST(TcpServer, ServesOnAThreadClosesClientsItDoesNotKeepAndStops) {
         ASSERT_TRUE(localClient.open("", 0) && localClient.setConnection(path, 0));
         EXPECT_EQ(localClient.writeData("local", 5), 5);
         // Closed as the handler returned.
-        EXPECT_EQ(nettest::readEach(localClient.fd(), 2), "LOCAL|<eof>");
-        int client = nettest::bsdConnect(server.localPort());
-        nettest::sendText(client, "hello");
-        EXPECT_EQ(nettest::readEach(client, 2), "HELLO|<eof>");
-        int keep = nettest::bsdConnect(server.localPort());
-        nettest::sendText(keep, "keep");
-        EXPECT_EQ(readSome(keep), "KEEP");
+        EXPECT_EQ(readSome(localClient.fd()), "LOCAL");
+        EXPECT_EQ(readSome(localClient.fd()), "<eof>");
+        TcpSocket keep;
+        ASSERT_TRUE(keep.open("", 0) && keep.setConnection("127.0.0.1", server.localPort()));
+        EXPECT_EQ(keep.writeData("keep", 4), 4);
+        EXPECT_EQ(readSome(keep.fd()), "KEEP");
 
         EXPECT_TRUE(thread.stop(2000));
         EXPECT_EQ(capture.waitLine("tcp service quit"),
                   "<I>DATE [TcpServer::run] tcp service quit.");
         ASSERT_EQ(server.kept.size(), 1u);
         EXPECT_EQ(server.kept[0]->writeData("later", 5), 5);
-        EXPECT_EQ(readSome(keep), "later");
-        for (int fd : {client, keep}) ::close(fd);
+        EXPECT_EQ(readSome(keep.fd()), "later");
     }
     EXPECT_EQ(test::fdsOpenedSince(before), std::vector<int>());
     unlink(path.c_str());

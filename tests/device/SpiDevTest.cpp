@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <orvane/SpiDev.h>
 
 #include <cstring>

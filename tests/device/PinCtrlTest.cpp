@@ -77,7 +77,6 @@ TEST_F(PinCtrlTest, ExportsAPinForItsLifetime) {
         EXPECT_TRUE(pin.open(5, PIN_IN));
         quit = true;
         kernel.join();
-        EXPECT_EQ(pin.getDirection(), PIN_IN);
         EXPECT_EQ(test::fdsOpenedSince(fds).size(), 1u);  // the value file
     }
     EXPECT_EQ(slurp(dir + "/unexport"), "5");

@@ -139,9 +139,8 @@ TEST(CANFrame, KeepsTheKernelLayoutAndItsIdentifierRules) {
     // Out-of-range or missing data leaves the frame without data bytes.
     EXPECT_EQ(CANFrame(0x123, data, 9).dataLen() + CANFrame(0x123, nullptr, 4).dataLen(), 0);
     // Extended format sets bit 31, yet id() keeps 11 bits.
-    CANFrame extended(0x1ABCDE, data, 8, 1);
-    EXPECT_EQ(extended.canid(), 0x801ABCDEu);
-    EXPECT_EQ(extended.id(), 0x4DEu);
+    EXPECT_EQ(CANFrame(0x1ABCDE, data, 8, 1).canid(), 0x801ABCDEu);
+    EXPECT_EQ(CANFrame(0x1ABCDE, data, 8, 1).id(), 0x4DEu);
     EXPECT_EQ(CANFrame(0x1ABCDE, data, 8, 2).canid(), 0x1ABCDEu);
 }
 

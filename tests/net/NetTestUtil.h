@@ -25,13 +25,14 @@ inline test::LogCapture& freshCapture() {
 // (none if ""); lines of other levels do not count.
 using BadCall = std::pair<std::function<int()>, std::string>;
 inline void expectOneLineEach(const std::vector<BadCall>& cases) {
-    for (auto& [call, line] : cases) {
+    for (auto& badCall : cases) {
         int result = 0;
         std::vector<std::string> errors;
-        for (auto& logged : test::LogCapture::get().linesDuring([&] { result = call(); }))
-            if (logged.rfind("<E>", 0) == 0) errors.push_back(logged);
-        EXPECT_EQ(errors, std::vector<std::string>(!line.empty(), "<E>DATE " + line));
-        EXPECT_EQ(result, -1) << line;
+        for (auto& line : test::LogCapture::get().linesDuring([&] { result = badCall.first(); }))
+            if (line.rfind("<E>", 0) == 0) errors.push_back(line);
+        const std::string& expected = badCall.second;
+        EXPECT_EQ(errors, std::vector<std::string>(!expected.empty(), "<E>DATE " + expected));
+        EXPECT_EQ(result, -1) << expected;
     }
 }
 

@@ -39,14 +39,13 @@ TEST(EventNotifier, WaiterSeesAPostWithinOneSliceAndKeepsItUntilCleared) {
     EventNotifier notifier;
     expectRefusal([&] { return notifier.notifyEvent(3); },  // nobody waits: dropped
                   "<E>DATE [EventNotifier::notifyEvent,L#] no waiting started!");
-    Clock::time_point posted;
+    Clock::time_point posted, start = Clock::now();  // before the poster's pause
     std::thread poster([&] {
         sleepMs(20);
         EXPECT_TRUE(notifier.notifyEvent(7));  // not wanted
         posted = Clock::now();
         EXPECT_TRUE(notifier.notifyEvent(3));
     });
-    auto start = Clock::now();
     EXPECT_EQ(notifier.waitEvent({3, 9}, 1000), 3);
     EXPECT_GE(msSince(start), 19);  // the dropped 3 was not found
     poster.join();

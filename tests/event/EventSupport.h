@@ -6,7 +6,6 @@
 
 #include "support/ChildProcess.h"
 #include "support/Descriptors.h"
-#include "support/Eventually.h"
 #include "support/Refusal.h"
 
 namespace orvane::test {

@@ -1,4 +1,3 @@
-#include <orvane/Thread.h>
 #include <orvane/Time.h>
 #include <unistd.h>
 
@@ -40,9 +39,9 @@ TEST(DateTime, ConvertsInTheZoneItSetsAndCountsLeapYearsAndWeekdaysItsOwnWay) {
     const std::tuple<int, const char*, int> zones[] = {{28800, "UTC8", -28800},
                                                        {-5400, "UTC-1", 3600}};
     for (const auto& [offset, tz, east] : zones) {
-        EXPECT_TRUE(DateTime::setTimeZone(offset));
-        EXPECT_STREQ(getenv("TZ"), tz);
-        EXPECT_EQ(DateTime::tzDiffSecs(false), east);
+        EXPECT_TRUE(DateTime::setTimeZone(offset) && getenv("TZ") == std::string(tz) &&
+                    DateTime::tzDiffSecs(false) == east)
+            << tz;
     }
     setenv("TZ", "EET-2EEST,0/0,J365/25", 1);  // daylight saving all year round
     EXPECT_EQ(DateTime::tzDiffSecs(false) + DateTime::tzDiffSecs(true), 7200 + 10800);
@@ -64,7 +63,6 @@ TEST(DateTime, HardwareClockWithoutDeviceGivesDefaultAndError) {
     test::expectRefusal([] { return !(DateTime::getRtcTime() == DateTime()); },
                         "<E>DATE [getRtcTime,L#] @DateTime, open rtc error:No such file or "
                         "directory.");
-    EXPECT_FALSE(DateTime::setRtcTime(DateTime(2024, 1, 1, 0, 0, 0)));
 }
 
 // A late loop does not catch up: the period restarts where the late sleep returned.
@@ -74,14 +72,17 @@ TEST(Rate, PeriodIsAMillionOverHzAndSleepPacesALoopWithoutCatchingUp) {
     for (const auto& r : rates) EXPECT_EQ(Rate(r.first).period(), r.second) << r.first;
     const int64_t periodUs = 5000;  // 200 Hz
     Rate rate(200.0f);
-    rate.reset(-5.0f);  // keeps the period
+    Time begin = Time::fromMono();  // the period starts again after this
+    rate.reset(-5.0f);              // keeps the period
     auto sleepUs = [&rate] {
         Time start = Time::fromMono();
         EXPECT_TRUE(rate.sleep());
         return Time::usSinceMono(start);
     };
-    EXPECT_GE(sleepUs() + sleepUs(), 2 * periodUs - 500);
-    Thread::usleep(3 * periodUs);
+    sleepUs();
+    sleepUs();
+    EXPECT_GE(Time::usSinceMono(begin), 2 * periodUs);
+    std::this_thread::sleep_for(std::chrono::microseconds(3 * periodUs));
     EXPECT_LT(sleepUs(), periodUs);         // late: returns at once
     EXPECT_GE(sleepUs(), periodUs - 1000);  // then a whole period, not another at once
 }

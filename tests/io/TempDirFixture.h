@@ -1,9 +1,7 @@
 #pragma once
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
-#include <filesystem>
 #include <fstream>
 
 #include "support/Descriptors.h"

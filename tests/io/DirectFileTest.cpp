@@ -47,8 +47,7 @@ TEST_F(DirectFileTest, WritesReadsAndAppendsAsAPlainFile) {
     for (int n; at <= model.size() && (n = file.readData(&back[at], 7001)) > 0;) at += n;
     EXPECT_TRUE(back.substr(3, at - 3) == model.substr(3));
     ASSERT_EQ(file.setPos(296960), 296960);  // aligned, 3040 bytes before the end
-    EXPECT_EQ(file.recvData(src, 8192, 0), 3040);
-    EXPECT_EQ(std::string(src, 3040), model.substr(296960));
+    EXPECT_EQ(std::string(src, std::max(0, file.recvData(src, 8192, 0))), model.substr(296960));
     EXPECT_EQ(file.setPos(-5), -1);
 
     ASSERT_TRUE(file.close() && file.open(path, IO_CREATE_APPEND));

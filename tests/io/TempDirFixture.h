@@ -37,24 +37,18 @@ class TempDirTest : public ::testing::Test {
     std::string dir;
 };
 
-// Runs body(top) in a death-test child that has a mount namespace of its own
-// with a tmpfs (mount `options`) on the fresh directory `top`; the child's
-// failed checks fail the test. Skips where no such namespace can be made.
-inline void inPrivateTmpfs(const std::string& top, const char* options,
-                           const std::function<void(const std::string&)>& body) {
-    std::filesystem::create_directories(top);
-    if (!canHideDirectory(top.c_str())) {
-        std::filesystem::remove(top);
-        GTEST_SKIP() << "no private mount namespace here";
-    }
+// Runs body() in a death-test child that has a mount namespace of its own
+// with a fresh tmpfs on /tmp; the child's failed checks fail the test.
+// Skips where no such namespace can be made.
+inline void inPrivateTmp(const std::function<void()>& body) {
+    if (!canHideDirectory("/tmp")) GTEST_SKIP() << "no private mount namespace here";
     EXPECT_EXIT(
         {
-            if (!hideDirectory(top.c_str(), 0, options)) _exit(2);
-            body(top);
+            if (!hideDirectory("/tmp")) _exit(2);
+            body();
             exitWithChecks();
         },
         ::testing::ExitedWithCode(0), "");
-    std::filesystem::remove(top);
 }
 
 }  // namespace test

@@ -45,8 +45,7 @@ TEST_F(IODeviceTest, CreatesOnlyInCreatingModesReopensAndWaits) {
         char buf[16] = {};
         EXPECT_EQ(dev.readData(buf, 4), -1);
         EXPECT_EQ(line("device not open"), "<E>DATE [IODevice::readData,L#] device not open.");
-        EXPECT_FALSE(dev.open(path, IO_READ_WRITE));
-        ASSERT_TRUE(dev.open(path, IO_CREATE));
+        ASSERT_TRUE(!dev.open(path, IO_READ_WRITE) && dev.open(path, IO_CREATE));
         EXPECT_FALSE(dev.open(path, IO_READ));  // the descriptor is kept
         EXPECT_EQ(line("already"), "<E>DATE [IODevice::open,L#] device is already opened!");
         EXPECT_TRUE(dev.writeData("0123456789", 10) == 10 && dev.setPos(8) == 8 &&

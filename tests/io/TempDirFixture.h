@@ -20,21 +20,19 @@ class TempDirTest : public ::testing::Test {
   protected:
     void SetUp() override {
         LogCapture::get().clear();
-        dir = tempPath("io");
         ASSERT_TRUE(std::filesystem::create_directory(dir));
     }
     void TearDown() override { std::filesystem::remove_all(dir); }
     // Writes `content` to dir/name and returns the path.
     std::string put(const std::string& name, const std::string& content) {
-        std::string p = dir + "/" + name;
-        std::ofstream(p, std::ios::binary | std::ios::trunc) << content;
-        return p;
+        std::ofstream(dir + "/" + name, std::ios::binary | std::ios::trunc) << content;
+        return dir + "/" + name;
     }
     static std::string slurp(const std::string& p) { return test::toolOutput("cat '" + p + "'"); }
     // The first line containing `text`, normalised; "" when none comes.
     static std::string line(const std::string& text) { return LogCapture::get().waitLine(text); }
 
-    std::string dir;
+    std::string dir = tempPath("io");
 };
 
 // Runs body() in a death-test child that has a mount namespace of its own

@@ -20,8 +20,7 @@ TEST_F(DirectFileTest, WritesReadsAndAppendsAsAPlainFile) {
     // A disk file system takes O_DIRECT; tmpfs on older kernels does not.
     if (!file.open(path, IO_CREATE))
         GTEST_SKIP() << dir << " does not take O_DIRECT; point TMPDIR at a disk file system";
-    EXPECT_EQ(fcntl(file.fd(), F_GETFL) & O_DIRECT, O_DIRECT);
-    EXPECT_EQ(fcntl(file.fd(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    EXPECT_TRUE((fcntl(file.fd(), F_GETFL) & O_DIRECT) && (fcntl(file.fd(), F_GETFD) & FD_CLOEXEC));
     // Row i writes from src + (8 - i) * 4097: only the last row's buffer,
     // position and length are all aligned.
     alignas(4096) static char src[1 << 19];
@@ -38,8 +37,7 @@ TEST_F(DirectFileTest, WritesReadsAndAppendsAsAPlainFile) {
         ASSERT_EQ(file.writeData(bytes, static_cast<int>(len)), static_cast<int>(len));
         EXPECT_EQ(file.getSize(), static_cast<int64_t>(model.size())) << i;
     }
-    EXPECT_TRUE(file.sync());
-    EXPECT_TRUE(slurp(path) == model);  // through the page cache, independently
+    EXPECT_TRUE(file.sync() && slurp(path) == model);  // through the page cache, independently
 
     std::string back(model.size() + 7001, '\0');  // unaligned pieces from an unaligned position
     size_t at = 3;
@@ -49,9 +47,9 @@ TEST_F(DirectFileTest, WritesReadsAndAppendsAsAPlainFile) {
     ASSERT_EQ(file.setPos(296960), 296960);  // aligned, 3040 bytes before the end
     EXPECT_EQ(std::string(src, std::max(0, file.recvData(src, 8192, 0))), model.substr(296960));
 
-    ASSERT_TRUE(file.close() && file.open(path, IO_CREATE_APPEND));
-    EXPECT_TRUE(file.setPos(0) == 0 && file.sendData("defg", 4, 0) == 4 && file.reopen() &&
-                file.writeData("h", 1) == 1 && file.close());
+    EXPECT_TRUE(file.close() && file.open(path, IO_CREATE_APPEND) && file.setPos(0) == 0 &&
+                file.sendData("defg", 4, 0) == 4 && file.reopen() && file.writeData("h", 1) == 1 &&
+                file.close());
     EXPECT_EQ(slurp(path).substr(model.size()), "defgh");
     EXPECT_TRUE(file.open(path, IO_TRUNCATE) && file.getSize() == 0);
 }

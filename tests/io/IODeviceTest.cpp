@@ -66,8 +66,7 @@ TEST_F(IODeviceTest, CreatesOnlyInCreatingModesReopensAndWaits) {
 // "not open": isOpen() is false and neither close() nor the destructor
 // closes it, while the data calls still use it.
 TEST_F(IODeviceTest, NeverClosesDescriptorZero) {
-    std::string path = put("fd0", "abc");
-    EXPECT_TRUE(test::succeedsInChild([&] {
+    EXPECT_TRUE(test::succeedsInChild([path = put("fd0", "abc")] {
         ::close(0);
         auto dev = std::make_unique<IODevice>();
         char byte = 0;

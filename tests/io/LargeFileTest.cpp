@@ -28,8 +28,7 @@ TEST_F(LargeFileTest, SeeksWritesAndReadsPastTwoGigabytes) {
 
     const int64_t offsets[] = {0, (int64_t{1} << 31) - 1, (int64_t{1} << 31) + 5, kBig - 2};
     File file;
-    ASSERT_TRUE(file.open(path, IO_READ_WRITE));
-    EXPECT_FALSE(file.seek(-1));
+    ASSERT_TRUE(file.open(path, IO_READ_WRITE) && !file.seek(-1));
     EXPECT_EQ(line("negative"),
               "<E>DATE [File::seek,L#] file(" + path + ") seek to negative offset -1!");
     EXPECT_TRUE(file.size() == kBig && file.getSize() == asLong(kBig));

@@ -31,11 +31,10 @@ TEST(PartitionDeathTest, MountsRemountsAndMeasuresInAPrivateNamespace) {
         std::string odd = "/tmp/a b\tc\\d";
         std::filesystem::create_directories(odd);
         ASSERT_TRUE(Partition::mount("none", odd, "tmpfs", MS_NOSUID | MS_NODEV, "size=64k"));
-        std::filesystem::create_directories(odd + "/sub");
         MountInfo info;
-        ASSERT_TRUE(Partition::mountOf(odd + "/sub/..", &info));
+        ASSERT_TRUE(Partition::mountOf(odd + "/./", &info));
         EXPECT_EQ(info.mountPoint + " " + info.fsType, odd + " tmpfs");
-        EXPECT_EQ(Partition::totalBytes(odd + "/sub"), 64 << 10);
+        EXPECT_EQ(Partition::totalBytes(odd), 64 << 10);
 
         // mountOf gives the uppermost of the mounts on a point.
         EXPECT_TRUE(Partition::remount(odd, true) && Partition::mountOf(odd, &info));

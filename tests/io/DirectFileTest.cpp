@@ -21,16 +21,18 @@ TEST_F(DirectFileTest, WritesReadsAndAppendsAsAPlainFile) {
     if (!file.open(path, IO_CREATE))
         GTEST_SKIP() << dir << " does not take O_DIRECT; point TMPDIR at a disk file system";
     EXPECT_TRUE((fcntl(file.fd(), F_GETFL) & O_DIRECT) && (fcntl(file.fd(), F_GETFD) & FD_CLOEXEC));
-    // Row i writes from src + (8 - i) * 4097: only the last row's buffer,
-    // position and length are all aligned.
+    // The file grows row by row to 300000 bytes, then takes writes inside:
+    // 4000+200 reads back both blocks it touches. Row i writes from
+    // src + (9 - i) * 4097: only the last row's buffer, position and length
+    // are all aligned.
     alignas(4096) static char src[1 << 19];
     test::toolOutput("head -c 524288 /dev/urandom").copy(src, sizeof src);
-    const std::pair<long, size_t> writes[] = {{0, 1},      {1, 4095},     {4096, 5000},
-                                              {100, 10},   {9000, 70000}, {200000, 3},
-                                              {199999, 2}, {0, 300000},   {8192, 8192}};
+    const std::pair<long, size_t> writes[] = {{0, 1},      {1, 4095},   {4096, 5000}, {9000, 70000},
+                                              {200000, 3}, {0, 300000}, {100, 10},    {4000, 200},
+                                              {199999, 2}, {8192, 8192}};
     for (size_t i = 0; i < std::size(writes); ++i) {
         const auto& [pos, len] = writes[i];
-        const char* bytes = src + (8 - i) * 4097;
+        const char* bytes = src + (9 - i) * 4097;
         model.resize(std::max(model.size(), static_cast<size_t>(pos) + len));
         model.replace(static_cast<size_t>(pos), len, bytes, len);
         ASSERT_EQ(file.setPos(pos), pos);

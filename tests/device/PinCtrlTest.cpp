@@ -17,14 +17,16 @@ class PinCtrlTest : public test::TempDirTest {
         put("export", "");
         put("unexport", "");
     }
-    // The directory the kernel creates for an exported pin.
+    // The directory the kernel creates for an exported pin. It appears with
+    // its attribute files in it, as in sysfs, so it is filled aside first.
     void addPin(int pin) {
         std::string name = "gpio" + std::to_string(pin);
-        mkdir((dir + "/" + name).c_str(), 0700);
-        put(name + "/direction", "in\n");
-        put(name + "/value", "0\n");
-        put(name + "/active_low", "0\n");
-        put(name + "/edge", "none\n");
+        mkdir((dir + "/new").c_str(), 0700);
+        put("new/direction", "in\n");
+        put("new/value", "0\n");
+        put("new/active_low", "0\n");
+        put("new/edge", "none\n");
+        rename((dir + "/new").c_str(), (dir + "/" + name).c_str());
     }
 };
 

@@ -79,7 +79,9 @@ class ORVANE_API File : public IODevice {
     // offset or a refused seek (the position then stays).
     bool seek(int64_t offset);
 
-    // Position at the size (64-bit, so right for files of any size).
+    // Whether the position is at the size: the virtual getPos() against
+    // getSize(), which log "not open" when closed; on 32-bit targets a file
+    // past 2 GiB is compared through pos() and size(). A few lseek calls.
     bool isEnd();
     // Next line without its LF (and a CR before it): its length, 0 at the end
     // of the file or for an empty line, -1 on error. `line` keeps what was read.

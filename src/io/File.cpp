@@ -283,12 +283,15 @@ int64_t File::size() {
 }
 
 bool File::isEnd() {
-    if (stream == nullptr) {
-        ORVANE_ERROR("file(%s) not open!", devName.c_str());
-        return false;
+    // Where long is 32-bit, a file past 2 GiB has no long position or size,
+    // so the 64-bit forms decide; everywhere else the virtual getPos() (a
+    // subclass's position counts) against getSize().
+    if (sizeof(long) < sizeof(int64_t) && stream != nullptr && !fitsLong(sizeOf(stream))) {
+        int64_t at = pos();
+        return at >= 0 && at == size();
     }
-    int64_t at = tellOf(stream);
-    return at >= 0 && at == sizeOf(stream);
+    long at = getPos();
+    return at >= 0 && at == getSize();
 }
 
 int File::readLine(std::string* line) {

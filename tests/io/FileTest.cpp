@@ -43,6 +43,8 @@ TEST_F(FileTest, RefusesClosedFilesAndReadsLinesWithoutLeaking) {
         File file;
         EXPECT_EQ(file.writeData("x", 1), -1);
         EXPECT_EQ(line("[File::writeData"), "<E>DATE [File::writeData,L#] file() not open!");
+        EXPECT_FALSE(file.isEnd());  // through the virtual getPos()
+        EXPECT_EQ(line("[File::getPos"), "<E>DATE [File::getPos,L#] file() not open!");
         EXPECT_FALSE(file.open(dir + "/missing", IO_WRITE));
         std::string p = put("lines", "line\r\r\n\nb");
         ASSERT_TRUE(file.open(p, IO_READ) && file.open(p, IO_READ_WRITE));

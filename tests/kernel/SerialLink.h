@@ -11,11 +11,8 @@ namespace test {
 inline std::string receive(SerialPort& port, size_t len) {
     std::string got;
     char buf[1024];
-    while (got.size() < len) {
-        int n = port.recvData(buf, sizeof buf, 1000000);
-        if (n <= 0) break;
+    for (int n; got.size() < len && (n = port.recvData(buf, sizeof buf, 1000000)) > 0;)
         got.append(buf, static_cast<size_t>(n));
-    }
     return got;
 }
 

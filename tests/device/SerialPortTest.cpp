@@ -163,12 +163,12 @@ TEST(SerialPortLine, BuildsTheTermiosOfEachLineAndReadsItBack) {
                         memcmp(tio.c_cc, cooked.c_cc, sizeof tio.c_cc) == 0);  // left untouched
             continue;
         }
-        // Raw: no output processing and no local modes (VMIN and VTIME: the pty test).
+        // Raw: no output processing, no local modes, VMIN 1 and VTIME 10.
         const tcflag_t cooking =
             (tio.c_oflag & OPOST) | (tio.c_lflag & (ISIG | ICANON | ECHO | ECHOE | IEXTEN));
         EXPECT_EQ(std::make_tuple(cfgetospeed(&tio), tio.c_cflag & (row.set | row.clear),
-                                  tio.c_iflag, cooking),
-                  std::make_tuple(row.speed, row.set, row.iflag, tcflag_t{0}));
+                                  tio.c_iflag, cooking, tio.c_cc[VMIN] * 100 + tio.c_cc[VTIME]),
+                  std::make_tuple(row.speed, row.set, row.iflag, tcflag_t{0}, 110));
         EXPECT_EQ(SerialPort::lineText(detail::lineOf(tio)), SerialPort::lineText(row.line));
     }
 }

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -45,10 +44,7 @@ class Program {
         posix_spawn_file_actions_destroy(&actions);
     }
     ~Program() {
-        if (pid > 0 && status < 0) {
-            ::kill(pid, SIGKILL);
-            wait(5000);
-        }
+        if (pid > 0 && status < 0) ::kill(pid, SIGKILL), wait(5000);
         ::unlink(log.c_str());
     }
     int processId() const { return pid; }
@@ -107,10 +103,7 @@ inline std::string readUntil(int fd, size_t size, int timeoutMs) {
 class Client {
   public:
     explicit Client(unsigned short port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
         if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) close();
     }
     ~Client() { close(); }

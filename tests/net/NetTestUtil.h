@@ -7,8 +7,6 @@
 #include <arpa/inet.h>
 #include <orvane/Socket.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "support/LogCapture.h"
 
@@ -30,9 +28,9 @@ inline void expectOneLineEach(const std::vector<BadCall>& cases) {
         std::vector<std::string> errors;
         for (auto& line : test::LogCapture::get().linesDuring([&] { result = badCall.first(); }))
             if (line.rfind("<E>", 0) == 0) errors.push_back(line);
-        const std::string& expected = badCall.second;
-        EXPECT_EQ(errors, std::vector<std::string>(!expected.empty(), "<E>DATE " + expected));
-        EXPECT_EQ(result, -1) << expected;
+        EXPECT_EQ(errors,
+                  std::vector<std::string>(!badCall.second.empty(), "<E>DATE " + badCall.second));
+        EXPECT_EQ(result, -1) << badCall.second;
     }
 }
 

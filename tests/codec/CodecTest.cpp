@@ -22,9 +22,8 @@ TEST(DataBuffer, RefusesBadArgumentsAndUseBeforeInit) {
     char d[4] = {'a', 'b', 'c', 'd'};
     idle.clear();
     idleRing.clear();
-    EXPECT_EQ(idle.putData(d, 4) + idle.getData(d, 4) + idle[0] + idleRing.putData(d, 4) +
-                  idleRing.getData(d, 4),
-              0);
+    EXPECT_EQ(idle.putData(d, 4) + idle.getData(d, 4) + idle[0], 0);
+    EXPECT_EQ(idleRing.putData(d, 4) + idleRing.getData(d, 4), 0);
     // A RingBuffer is sized once.
     ASSERT_TRUE(!idle.init(0) && !idleRing.init(-1) && line.init(16) && ring.init(8) &&
                 !ring.init(16));

@@ -31,8 +31,8 @@ TEST(UniqueFd, ClosesWhatItHoldsExactlyOnce) {
         {
             UniqueFd x(fds[0]), y(fds[1]);
             act(x, y, fds[0]);
-            EXPECT_EQ(std::string({nameOf(x.get()), nameOf(y.get())}), held);
-            EXPECT_EQ(openNow(), open);
+            EXPECT_EQ(std::string({nameOf(x.get()), nameOf(y.get())}) + " " + openNow(),
+                      held + " " + open);
         }
         EXPECT_EQ(openNow(), "");  // destruction closed what was held
     }
@@ -43,17 +43,11 @@ TEST(UniqueFd, HoldsNegativesAsNoneZeroAsADescriptorAndKeepsErrno) {
     UniqueFd zero(0);
     EXPECT_TRUE(zero.valid() && !zero.isAbove(0) && zero.release() == 0);  // stdin stays open
 
-    int stale = openNull();
-    ::close(stale);  // a number the owners below do not really hold
-    UniqueFd reported(stale);
-    EXPECT_TRUE(reported.close() == -1 && errno == EBADF);
-    errno = ENOENT;  // as a failed open() would have left it
-    {
-        UniqueFd quiet(stale);
-        quiet.reset(-1);  // close() fails with EBADF underneath
-        EXPECT_EQ(errno, ENOENT);
-        quiet.reset(stale);
-    }
+    const int stale = UniqueFd(openNull()).get();  // closed again: a number no one holds
+    EXPECT_TRUE(UniqueFd(stale).close() == -1 && errno == EBADF);
+    errno = ENOENT;             // as a failed open() would have left it
+    UniqueFd(stale).reset(-1);  // close() fails with EBADF underneath
+    EXPECT_TRUE(errno == ENOENT && UniqueFd(stale).valid());
     EXPECT_EQ(errno, ENOENT);  // the destructor's failing close() too
 }
 

@@ -8,10 +8,7 @@
 #include <orvane/StrUtil.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <deque>
-#include <string>
-#include <vector>
 
 namespace orvane {
 namespace test {

@@ -1,4 +1,5 @@
 #include <orvane/Directory.h>
+#include <orvane/Partition.h>
 
 #include "io/TempDirFixture.h"
 
@@ -47,8 +48,7 @@ TEST_F(DirectoryTest, ListsAsFindDoesMeasuresAndMakesTemporaryDirectories) {
     EXPECT_EQ(test::toolOutput("stat -c %a " + made) + made.substr(0, dir.size() + 4),
               "700\n" + dir + "/up-");
     // 7 + 13 + 11 + 11 bytes; the links count nothing
-    EXPECT_EQ(Directory::totalSize(t), 42);
-    EXPECT_EQ(Directory::totalSize(dir + "/none"), -1);
+    EXPECT_TRUE(Directory::totalSize(t) == 42 && Directory::totalSize(dir + "/none") == -1);
 }
 
 TEST(DirectoryDeathTest, LeavesAnotherFileSystemMountedInsideTheTree) {
@@ -85,9 +85,45 @@ TEST_F(DirectoryTest, CopiesMovesAndRemovesTreesKeepingWhatDiffAndFindSee) {
     std::string viaLink = dir + "/to-outside";
     std::filesystem::create_directory_symlink(dir + "/outside", viaLink);
     // The link only, the tree, then nothing left to remove.
-    EXPECT_TRUE(Directory::remove(viaLink) && Directory::remove(shm) && Directory::remove(shm));
-    EXPECT_TRUE(access(shm.c_str(), F_OK) != 0 && access(viaLink.c_str(), F_OK) != 0);
+    EXPECT_TRUE(Directory::remove(viaLink) && Directory::remove(shm) && Directory::remove(shm) &&
+                access(shm.c_str(), F_OK) != 0 && access(viaLink.c_str(), F_OK) != 0);
     EXPECT_EQ(slurp(dir + "/outside/x.log"), "precious");
+}
+
+TEST_F(DirectoryTest, PartitionFindsTheMountHoldingAPathAsFindmntDoes) {
+    MountInfo info;
+    ASSERT_TRUE(Partition::mountOf(dir, &info));
+    std::string findmnt = test::toolOutput("findmnt -n -o TARGET --target '" + dir + "'");
+    if (findmnt.empty()) GTEST_SKIP() << "findmnt is not installed";
+    EXPECT_EQ(info.mountPoint + "\n", findmnt);
+
+    const std::string none = dir + "/none";
+    EXPECT_FALSE(Partition::mountOf(none, &info) || Partition::availableBytes(none) != -1 ||
+                 Partition::unmount(dir) || Partition::remount(dir, true) || Partition::sync(none));
+    EXPECT_EQ(line("remount"),
+              "<E>DATE [remount,L#] remount " + dir + " ro error: Invalid argument!");
+}
+
+// In a mount namespace of its own with a tmpfs on /tmp: mounts on a name
+// that needs escapes, remounts keeping the mount's flags, measures. (The
+// kernel tier compares the measures with df on a real disk.)
+TEST(PartitionDeathTest, MountsRemountsAndMeasuresInAPrivateNamespace) {
+    test::inPrivateTmp([] {
+        std::string odd = "/tmp/a b\tc\\d";
+        std::filesystem::create_directories(odd);
+        ASSERT_TRUE(Partition::mount("none", odd, "tmpfs", MS_NOSUID | MS_NODEV, "size=64k"));
+        MountInfo info;
+        ASSERT_TRUE(Partition::mountOf(odd + "/./", &info));
+        EXPECT_EQ(info.mountPoint + " " + info.fsType + std::to_string(Partition::totalBytes(odd)),
+                  odd + " tmpfs65536");
+
+        // Read back after the remount: read-only, with the flags it was mounted with.
+        EXPECT_TRUE(Partition::remount(odd, true) && Partition::mountOf(odd, &info));
+        EXPECT_TRUE(info.readOnly() && info.options.find("nosuid,nodev") != std::string::npos);
+        EXPECT_TRUE(Partition::remount(odd, false) && Partition::sync(odd) &&
+                    Partition::unmount(odd));
+        EXPECT_TRUE(Partition::mountOf(odd, &info) && info.mountPoint == "/tmp");
+    });
 }
 
 }  // namespace

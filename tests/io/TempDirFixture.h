@@ -2,8 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <fstream>
-
 #include "support/Descriptors.h"
 #include "support/LogCapture.h"
 #include "support/PrivateMount.h"

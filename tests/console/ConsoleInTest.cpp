@@ -1,13 +1,10 @@
 #include <fcntl.h>
 #include <orvane/ConsoleIn.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include <algorithm>
 
-#include "support/Eventually.h"
 #include "support/LogCapture.h"
 #include "support/ProcTasks.h"
 
@@ -78,8 +75,7 @@ TEST(ConsoleIn, SplitsLinesIntoWordsRespectingQuotes) {
 // input ends the thread (the last line needs no line end).
 TEST(ConsoleIn, RunsCommandsFromAPipeUntilItsEnd) {
     int in[2], out[2];
-    ASSERT_EQ(pipe2(in, O_CLOEXEC), 0);
-    ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
+    ASSERT_TRUE(pipe2(in, O_CLOEXEC) == 0 && pipe2(out, O_CLOEXEC) == 0);
     ConsoleIn console;
     addRecorder(&console);
     ASSERT_TRUE(console.start(in[0], out[1]));
@@ -136,9 +132,7 @@ TEST(ConsoleIn, EditsLinesOnATerminalAndRestoresIt) {
     EXPECT_NE(shown.find("gw> rec pq"), std::string::npos) << shown;
     EXPECT_NE(shown.find("rec|pq\r\n"), std::string::npos) << shown;
 
-    EXPECT_TRUE(console.stop());
-    EXPECT_EQ(localModes(slave), cooked);
-
+    EXPECT_TRUE(console.stop() && localModes(slave) == cooked);
     // Ctrl-D on an empty line ends the input; a handler may stop the console too.
     console.addCommand("quit", "stop", [](ConsoleIn& con, const Words&) { con.stop(); });
     for (const char* key : {"\x04", "quit\r"}) {

@@ -2,8 +2,6 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
-#include <algorithm>
-
 #include "event/EventSupport.h"
 
 namespace orvane::test {
@@ -40,27 +38,26 @@ TEST(EventLoop, RunsHandlersAndTimersOnTheCallersThreadWithoutPolling) {
         if (n == 0 && !loop.unwatch(ready)) ADD_FAILURE() << "unwatch refused";
     }));
     auto started = Clock::now();  // before the timers are armed
-    int ticks = 0, refused = 0, periodic = 0;
-    periodic = loop.addTimer(20, 20, [&] {
+    int ticks = 0, refused = 0;
+    int periodic = loop.addTimer(20, 20, [&] {
         if (++ticks == 4) {
             loop.cancelTimer(periodic);
             loop.addTimer(60, 0, [&] { loop.stop(); });
         }
     });
-    auto refuse = [&] {
-        refused += !loop.watch(9999, EventLoop::READABLE, noop) && !loop.unwatch(9998);
-    };
-    ASSERT_GT(loop.addTimer(10, 0, refuse), 0);
+    ASSERT_GT(
+        loop.addTimer(10, 0, [&] { refused += !loop.watch(9999, 1, noop) && !loop.unwatch(9998); }),
+        0);
     ASSERT_EQ(::write(fd[1], "abc", 3), 3);
     long sleepsBefore = sleepsSoFar();
     EXPECT_TRUE(loop.run());
     long sleeps = sleepsSoFar() - sleepsBefore;
     ::close(fd[0]);
     // No tick in the 60 ms after the cancel.
-    EXPECT_EQ(std::make_tuple(received, loop.sources(), ticks, refused),
-              std::make_tuple(std::string("abc"), 0, 4, 1));
-    EXPECT_EQ(seen, (std::vector<unsigned>{EventLoop::READABLE,
-                                           EventLoop::READABLE | EventLoop::HANGUP}));
+    EXPECT_EQ(std::make_tuple(received, loop.sources(), ticks, refused, seen),
+              std::make_tuple(std::string("abc"), 0, 4, 1,
+                              std::vector<unsigned>{EventLoop::READABLE,
+                                                    EventLoop::READABLE | EventLoop::HANGUP}));
     EXPECT_GE(msSince(started), 135);
     // A loop that polled would sleep tens of times in 140 ms.
     EXPECT_LT(sleeps, 15) << "the loop thread slept " << sleeps << " times";
@@ -76,10 +73,9 @@ TEST(EventLoop, RunsPostsInCallOrderOnItsOwnThreadAndLeavesNothingBehind) {
         EXPECT_TRUE(loop.post([&] { note(0); }));  // queued before the loop runs
         ASSERT_TRUE(loop.start());
         EXPECT_FALSE(loop.start() || loop.run());  // already running on its own thread
-        std::thread poster([&] {
+        std::thread([&] {
             for (int i = 1; i <= 200; ++i) loop.post([&, i] { note(i); });
-        });
-        poster.join();
+        }).join();
         EXPECT_GT(loop.addTimer(1000, 1000, [] {}), 0);
         auto started = Clock::now();
         loop.stop();  // what was posted before it has run when it returns

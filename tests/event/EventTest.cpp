@@ -8,11 +8,7 @@ namespace {
 // Answers a fixed value after an optional pause, counting its calls.
 struct Answering : EventListener {
     explicit Answering(int result, int pauseMs = 0) : answer(result), delayMs(pauseMs) {}
-    int onEvent(std::shared_ptr<Event>) override {
-        ++calls;
-        sleepMs(delayMs);
-        return answer;
-    }
+    int onEvent(std::shared_ptr<Event>) override { return ++calls, sleepMs(delayMs), answer; }
     int answer, delayMs;
     std::atomic<int> calls{0};
 };
@@ -43,8 +39,7 @@ TEST(EventNotifier, WaiterSeesAPostWithinOneSliceAndKeepsItUntilCleared) {
     std::thread poster([&] {
         sleepMs(20);
         EXPECT_TRUE(notifier.notifyEvent(7));  // not wanted
-        posted = Clock::now();
-        EXPECT_TRUE(notifier.notifyEvent(3));
+        EXPECT_TRUE(notifier.notifyEvent((posted = Clock::now(), 3)));
     });
     EXPECT_EQ(notifier.waitEvent({3, 9}, 1000), 3);
     EXPECT_GE(msSince(start), 19);  // the dropped 3 was not found

@@ -8,8 +8,7 @@ namespace {
 
 TEST(Poller, RefusesBadRegistrationsCutsTheTimeoutAndReleasesItsDescriptor) {
     int a[2], b[2];
-    ASSERT_EQ(pipe2(a, O_CLOEXEC), 0);
-    ASSERT_EQ(pipe2(b, O_CLOEXEC), 0);
+    ASSERT_TRUE(pipe2(a, O_CLOEXEC) == 0 && pipe2(b, O_CLOEXEC) == 0);
     expectNoLeak([&] {
         Poller poller;
         // Opening again keeps capacity and mode; no mode 2, no duplicate, room for two.
@@ -25,10 +24,7 @@ TEST(Poller, RefusesBadRegistrationsCutsTheTimeoutAndReleasesItsDescriptor) {
         EXPECT_TRUE(poller.waitEvent(30999).empty());
         EXPECT_GE(msSince(start), 29.5);
         start = Clock::now();  // before the writer's pause, however late this thread runs
-        std::thread writer([&] {
-            sleepMs(30);
-            EXPECT_EQ(write(a[1], "x", 1), 1);
-        });
+        std::thread writer([&] { EXPECT_EQ((sleepMs(30), write(a[1], "x", 1)), 1); });
         EXPECT_EQ(poller.waitEvent(-1000).size(), 1u);  // no limit: until the write
         EXPECT_GE(msSince(start), 25);
         writer.join();

@@ -71,21 +71,17 @@ TEST(PollerAndHRTimer, TakeDescriptorZeroAsNotOpen) {
         bool ok = false;
         {
             Poller poller;
-            ok = poller.open(1, false) && fdTarget(0) == "anon_inode:[eventpoll]";
-            poller.close();
-            ok = ok && fdTarget(0) == "anon_inode:[eventpoll]";  // forgotten, still open
-            std::vector<int> before = openFds();
+            ok = poller.open(1, false) && (poller.close(), fdTarget(0) == "anon_inode:[eventpoll]");
+            std::vector<int> before = openFds();  // 0 forgotten, still open
             ok = ok && poller.open(1, false) && fdsOpenedSince(before).size() == 1;
         }  // closes the second epoll only
         ok = ok && fdTarget(0) == "anon_inode:[eventpoll]";
         ::close(0);
         Recorder listener(1);
         HRTimer timer(listener, 1);
-        if (!ok || !timer.start(60000, false) || fdTarget(0) != "anon_inode:[timerfd]")
-            return false;
-        timer.stop();
         itimerspec left{};
-        return ::timerfd_gettime(0, &left) == 0 && left.it_value.tv_sec > 0;
+        return ok && timer.start(60000, false) && fdTarget(0) == "anon_inode:[timerfd]" &&
+               (timer.stop(), ::timerfd_gettime(0, &left) == 0) && left.it_value.tv_sec > 0;
     }));
 }
 

@@ -51,10 +51,10 @@ void protectInPrivate() {
     // Without inode flags the write bits stand in (root passes them).
     std::ofstream(file) << "data";
     ASSERT_EQ(chmod(file.c_str(), 0664), 0);
-    EXPECT_TRUE(FileWriteProtection::protect(file) && FileWriteProtection::isProtected(file));
-    EXPECT_EQ(modeOf(file), 0444);
-    EXPECT_TRUE(FileWriteProtection::release(file) && !FileWriteProtection::isProtected(file));
-    EXPECT_EQ(modeOf(file), 0644);
+    EXPECT_TRUE(FileWriteProtection::protect(file) && FileWriteProtection::isProtected(file) &&
+                modeOf(file) == 0444);
+    EXPECT_TRUE(FileWriteProtection::release(file) && !FileWriteProtection::isProtected(file) &&
+                modeOf(file) == 0644);
 
     ASSERT_TRUE(test::dropPrivileges());
     EXPECT_FALSE(FileWriteProtection(conf).isWritable());

@@ -1,7 +1,6 @@
 #include <orvane/StrUtil.h>
 
 #include <clocale>
-#include <tuple>
 
 #include "support/Refusal.h"
 
@@ -20,10 +19,7 @@ TEST(StrUtil, SplitsJoinsFormatsShowsAndConvertsText) {
         {StrUtil::findString("a <L9> <x>", "<", ">"), "<L9>"},
         {StrUtil::hexView(bytes), "A5 01 00 FF "},
         {StrUtil::toHex(bytes) + StrUtil::toHex(bytes, true), "a50100ffA50100FF"},
-        {StrUtil::trim(" \t\r\n x y \v\f") + StrUtil::trimLeft("  x ") + StrUtil::trim(" "),
-         "x yx "},
-        {StrUtil::toUpper("abc-\xc3\xa9") + StrUtil::toLower("XYZ-\xc3\x89"),
-         "ABC-\xc3\xa9xyz-\xc3\x89"},
+        {StrUtil::trim(" \t\r\n x y \v\f") + StrUtil::toUpper("-\xc3\xa9"), "x y-\xc3\xa9"},
         {StrUtil::replaceAll("aaa", "a", "aa") + StrUtil::replaceAll("abc", "", "x"), "aaaaaaabc"},
         {StrUtil::humanSize(1023) + "|" + StrUtil::humanSize(1536) + "|" +
              StrUtil::humanSize(1024 * 1024 - 1) + "|" + StrUtil::humanSize(UINT64_MAX),
@@ -32,11 +28,9 @@ TEST(StrUtil, SplitsJoinsFormatsShowsAndConvertsText) {
              StrUtil::humanDuration(3601000) + "|" + StrUtil::humanDuration(-1500),
          "999 ms|59.9 s|1h 0m 1s|-1.5 s"}};
     for (const auto& c : cases) EXPECT_EQ(c.first, c.second);
-    EXPECT_TRUE(StrUtil::startsWith("/dev/ttyS0", "/dev/") && !StrUtil::endsWith("bin", ".bin"));
 
     // Whole texts become numbers and bytes; the rest is refused.
     const std::tuple<const char*, int, int64_t> good[] = {{"-2147483648", 10, INT32_MIN},
-                                                          {"+7", 10, 7},
                                                           {"0x1F", 16, 31},
                                                           {"0X1f", 0, 31},
                                                           {"010", 0, 10},
@@ -60,7 +54,6 @@ TEST(StrUtil, SplitsJoinsFormatsShowsAndConvertsText) {
     }
     EXPECT_TRUE(StrUtil::toInt64("-9223372036854775808", &v64) && v64 == INT64_MIN &&
                 StrUtil::toUInt64("18446744073709551615", &u64) && u64 == UINT64_MAX);
-    EXPECT_TRUE(StrUtil::toIntInRange("8080", 1, 65535, &v) && v == 8080);
     // Blanks between pairs are skipped, so hexView's output reads back too.
     EXPECT_TRUE(StrUtil::fromHex("A5\n01\t00\r\nff ", &back) && back == bytes);
 }

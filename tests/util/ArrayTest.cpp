@@ -21,8 +21,7 @@ TEST(Endian, ReadsAndWritesAtAnUnalignedOffsetWithinTheBuffer) {
     expectRefusal([&] { return Endian::writeLittle<uint16_t>(out, sizeof out, SIZE_MAX, 0); },
                   "<E>DATE [writeLittle,L#] 2 bytes at offset " + std::to_string(SIZE_MAX) +
                       " overruns a buffer of 6 bytes");
-    EXPECT_EQ(value, 99u);
-    EXPECT_EQ(memcmp(out, want, sizeof out), 0);
+    EXPECT_TRUE(value == 99u && memcmp(out, want, sizeof out) == 0);
 }
 
 TEST(Array, KeepsOrderWithinItsCapacityAndDestroysEachElementOnce) {
@@ -33,8 +32,7 @@ TEST(Array, KeepsOrderWithinItsCapacityAndDestroysEachElementOnce) {
     std::string got;
     expectRefusal([&] { return names.push("e"); }, "<E>DATE [Array::push,L#] full (capacity 4)");
     EXPECT_FALSE(names.get(4, &got));
-    EXPECT_TRUE(names.erase(1) && names.pop(&got) && names.set(1, "C"));
-    EXPECT_EQ(got, "d");
+    EXPECT_TRUE(names.erase(1) && names.pop(&got) && names.set(1, "C") && got == "d");
     EXPECT_EQ(std::vector<std::string>(names.begin(), names.end()),
               (std::vector<std::string>{"a", "C"}));
     names.clear();
@@ -56,16 +54,14 @@ TEST(ByteArray, BuildsAndParsesAFrameWithinItsSize) {
     EXPECT_TRUE(frame.appendBig<uint16_t>(0xA55A) && frame.appendLittle<uint32_t>(0x01020304) &&
                 frame.append("\x7f", 1));
     EXPECT_EQ(frame.toString(), std::string("\xA5\x5A\x04\x03\x02\x01\x7F", 7));
-    EXPECT_TRUE(frame.writeBig<uint16_t>(5, 0xBEEF));
     uint32_t value = 0;
-    EXPECT_TRUE(frame.readLittle(2, &value));
-    EXPECT_EQ(value, 0xBE020304u);
+    EXPECT_TRUE(frame.writeBig<uint16_t>(5, 0xBEEF) && frame.readLittle(2, &value) &&
+                value == 0xBE020304u);
     // Reads stop at the size, not the capacity.
     expectRefusal(
         [&] { return frame.readBig(4, &value); },
         "<E>DATE [ByteArray::readBig,L#] 4 bytes at offset 4 overrun (size 7, capacity 8)");
-    EXPECT_FALSE(frame.appendBig<uint16_t>(1));
-    EXPECT_EQ(frame.size(), 7u);
+    EXPECT_TRUE(!frame.appendBig<uint16_t>(1) && frame.size() == 7u);
 }
 
 }  // namespace

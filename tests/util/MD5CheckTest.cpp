@@ -1,11 +1,9 @@
 #include <orvane/Base64.h>
 #include <orvane/MD5Check.h>
 #include <orvane/StrUtil.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <random>
-#include <tuple>
 
 #include "support/Refusal.h"
 #include "support/ToolRun.h"
@@ -90,7 +88,6 @@ TEST(Base64, RefusesBadTextWithOneLineAndKeepsTheOutput) {
         {"Zm9v!A==", Base64::Standard, "bad base64 character 0x21 at offset 4"},
         {"Zm9v+/==", Base64::UrlSafe, "bad base64 character 0x2b at offset 4"},
         {"Zg==", Base64::NoPadding, "bad base64 character 0x3d at offset 2"},
-        {"Z===", Base64::Standard, "bad base64 character 0x3d at offset 1"},
         {"Zm9", Base64::Standard, "bad base64 length: 3 characters"},
         {"Zh==", Base64::Standard, "unused bits set in the last base64 character at offset 1"},
         {std::string("Zm\0v", 4), Base64::Standard, "bad base64 character 0x00 at offset 2"}};

@@ -1,7 +1,5 @@
 #include <orvane/Regex.h>
 
-#include <tuple>
-
 #include "support/LogCapture.h"
 #include "support/ToolRun.h"
 

@@ -1,26 +1,21 @@
-#include <gtest/gtest.h>
 #include <orvane/Application.h>
 #include <orvane/StrUtil.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <memory>
-
 #include "support/LogCapture.h"
 
 namespace orvane {
 namespace {
 
-using test::eventually;
 using Events = std::vector<std::string>;
 
 // A component whose hooks note themselves in a journal shared by the
 // components of a test, and answer false for the hook named in `failing`.
 struct Part : Component {
-    Part(Events& sharedJournal, std::string partTag)
-        : journal(sharedJournal), tag(std::move(partTag)) {}
+    Part(Events& sharedJournal, std::string partTag, std::string failingHook = "")
+        : journal(sharedJournal), tag(std::move(partTag)), failing(std::move(failingHook)) {}
     bool onInit() override { return note("init"); }
     bool onStart() override { return note("start"); }
     bool onStop() override { return note("stop"); }
@@ -39,10 +34,9 @@ struct ThreeParts {
     Application app;
     std::vector<std::shared_ptr<Part>> parts;
     ThreeParts() {
-        for (const char* tag : {"a", "b", "c"}) {
-            parts.push_back(std::make_shared<Part>(journal, tag));
-            app.addComponent(std::string("part-") + tag, parts.back());
-        }
+        for (const char* tag : {"a", "b", "c"})
+            app.addComponent(std::string("part-") + tag,
+                             parts.emplace_back(std::make_shared<Part>(journal, tag)));
     }
 };
 
@@ -67,11 +61,11 @@ TEST(Application, StartsComponentsInOrderAndStopsTheStartedOnesWhenOneFails) {
 TEST(Application, RefusesBadComponentsAndEarlyTasksQuitsInStartOrderAndRemovesByDeinit) {
     auto& capture = test::LogCapture::fresh();
     ThreeParts three;
-    auto refused = std::make_shared<Part>(three.journal, "d");
-    refused->failing = "init";
-    EXPECT_FALSE(three.app.addComponent("part-a", refused));  // the name is taken
-    EXPECT_FALSE(three.app.addComponent("part-d", nullptr));
-    EXPECT_FALSE(three.app.addComponent("part-d", refused));
+    auto refused = std::make_shared<Part>(three.journal, "d", "init");
+    // A taken name, no component, a failing onInit.
+    EXPECT_FALSE(three.app.addComponent("part-a", refused) ||
+                 three.app.addComponent("part-d", nullptr) ||
+                 three.app.addComponent("part-d", refused));
     EXPECT_EQ(three.app.findComponent("part-d"), -1);
     std::atomic<int> ran{0};
     auto task = [&](const std::string& name) { ran += name == "counted"; };
@@ -83,7 +77,7 @@ TEST(Application, RefusesBadComponentsAndEarlyTasksQuitsInStartOrderAndRemovesBy
     ASSERT_TRUE(three.app.startup(2, SchedParam()));
     EXPECT_TRUE(three.app.isOk() && three.parts[2]->isOk());
     EXPECT_TRUE(three.app.addTask(task, "counted") && three.parts[0]->addTask(task, "counted"));
-    EXPECT_TRUE(eventually([&] { return ran == 2 && three.app.tasks() == 0; }));
+    EXPECT_TRUE(test::eventually([&] { return ran == 2 && three.app.tasks() == 0; }));
     three.app.quit();
     EXPECT_EQ(capture.waitLine("Component[part-b]"),
               "<E>DATE [Application::quit,L#] Component[part-b] stop error!");
@@ -110,19 +104,15 @@ TEST(Application, RunsSignalCallbacksInOrderOnItsThreadWhichMayQuitFromThere) {
         char name[17] = {};
         prctl(PR_GET_NAME, name, 0, 0, 0);
         calls.push_back(std::string(tag) + "@" + name);
-        ++count;
+        if (++count == 2) app.quit();  // from the application thread
     };
     ASSERT_TRUE(app.registerSignal(SIGUSR1, [&] { callback("first"); }));
-    ASSERT_TRUE(app.registerSignal(SIGUSR1, [&] {
-        app.quit();
-        callback("second");
-    }));
+    ASSERT_TRUE(app.registerSignal(SIGUSR1, [&] { callback("second"); }));
     EXPECT_EQ(app.exec(), -1);  // nothing to wait for before startup
     ASSERT_TRUE(app.startup());
     ASSERT_EQ(kill(getpid(), SIGUSR1), 0);
     EXPECT_EQ(app.exec(), 0);  // main's wait, ended by quit() on the application thread
-    ASSERT_TRUE(eventually([&] { return count == 2; }));
-    EXPECT_EQ(app.exec(), 0);  // quit ran already
+    ASSERT_TRUE(test::eventually([&] { return count == 2; }));
     EXPECT_EQ(calls, (Events{"first@Application", "second@Application"}));
     EXPECT_EQ(capture.waitLine(StrUtil::format("recv signal: %d", SIGUSR1)),
               StrUtil::format("<W>DATE [SignalHandler::checkSignal,L#] recv signal: %d", SIGUSR1));
@@ -138,7 +128,7 @@ TEST(ApplicationDeathTest, CatchesOnlyTheFirstDeliveryOfASignal) {
             app.registerSignal(SIGUSR2, [&] { ++calls; });
             app.startup(1, SchedParam());
             kill(getpid(), SIGUSR2);
-            if (!eventually([&] { return calls == 1; })) exit(1);
+            if (!test::eventually([&] { return calls == 1; })) exit(1);
             kill(getpid(), SIGUSR2);  // the default action again: the process ends
             Thread::msleep(3000);
             exit(2);

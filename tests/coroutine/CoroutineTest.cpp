@@ -1,7 +1,6 @@
 #include <orvane/Coroutine.h>
 #include <orvane/Time.h>
 
-#include <cstdint>
 #include <new>
 
 #include "support/LogCapture.h"
@@ -84,9 +83,8 @@ std::shared_ptr<TestCoroutine> stackChecker(int seed, bool& fault) {
         for (size_t i = 0; i < N; ++i) data[i] = static_cast<unsigned char>(i + seed);
         for (int round = 0;; ++round) {
             self.yield();
-            for (size_t i = 0; i < N; ++i) {
+            for (size_t i = 0; i < N; ++i)
                 fault |= data[i]++ != static_cast<unsigned char>(i + seed + round);
-            }
         }
     });
 }
@@ -112,11 +110,10 @@ TEST(Coroutine, KeepsEachStackIntactAcrossNeighbours) {
 // lies in memory the test owns; the large array is never written, so the
 // scheduler's own fields beneath the stack stay intact.
 TEST(Coroutine, RefusesAYieldFromAStackDeeperThanTheSharedOne) {
-    if (RUNNING_ON_VALGRIND) {
-        // Memcheck marks a popped frame inaccessible, here the scheduler's own
-        // fields beneath its stack too, and then reports every later use.
+    // Memcheck marks a popped frame inaccessible, here the scheduler's own
+    // fields beneath its stack too, and then reports every later use.
+    if (RUNNING_ON_VALGRIND)
         GTEST_SKIP() << "memcheck cannot follow a frame beyond the shared stack";
-    }
     constexpr size_t kSlack = 512 * 1024;
     std::unique_ptr<unsigned char[]> block(new unsigned char[kSlack + sizeof(CoScheduler) + 64]);
     auto base = (reinterpret_cast<uintptr_t>(block.get()) + kSlack + 63) & ~uintptr_t(63);

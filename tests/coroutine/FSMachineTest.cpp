@@ -20,9 +20,8 @@ struct Recorder : FSListener {
 TEST(FSMachine, RefusesBadInputThenNotifiesEveryListenerOfEveryStep) {
     FSMachine machine;
     Lines journal;
-    auto x = std::make_shared<Recorder>(journal, "x");
-    auto y = std::make_shared<Recorder>(journal, "y");
-    for (const auto& listener : {x, y}) ASSERT_TRUE(machine.addListener(listener));
+    auto x = std::make_shared<Recorder>(journal, "x"), y = std::make_shared<Recorder>(journal, "y");
+    ASSERT_TRUE(machine.addListener(x) && machine.addListener(y));
     ASSERT_TRUE(machine.addState(5, [] { return -2; }));
     Lines logged = test::LogCapture::get().linesDuring([&] {
         EXPECT_FALSE(machine.processState());  // a state without handler

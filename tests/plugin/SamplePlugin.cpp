@@ -1,8 +1,5 @@
 // A plug-in for the Pluglet tests: two functions with C names.
 
-extern "C" {
+extern "C" __attribute__((visibility("default"))) int sample_answer() { return 42; }
 
-__attribute__((visibility("default"))) int sample_answer() { return 42; }
-
-__attribute__((visibility("default"))) int sample_twice(int value) { return 2 * value; }
-}
+extern "C" __attribute__((visibility("default"))) int sample_twice(int value) { return 2 * value; }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>

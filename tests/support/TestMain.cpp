@@ -23,10 +23,8 @@ int main(int argc, char** argv) {
     // the death tests' children start it through the emulator: its command
     // line comes first in the arguments gtest re-runs.
     std::vector<std::string> words = targetCommand({argv, argv + argc});
-    std::vector<char*> args;
-    args.reserve(words.size() + 1);
-    for (std::string& word : words) args.push_back(word.data());
-    args.push_back(nullptr);
+    std::vector<char*> args(words.size() + 1);  // ends with a null pointer
+    for (size_t i = 0; i < words.size(); ++i) args[i] = words[i].data();
     int count = static_cast<int>(words.size());
     ::testing::InitGoogleTest(&count, args.data());
     return RUN_ALL_TESTS();

@@ -1,9 +1,6 @@
 #include <fcntl.h>
 #include <orvane/Semaphore.h>
 
-#include <chrono>
-#include <thread>
-
 #include "support/ChildProcess.h"
 #include "support/Descriptors.h"
 #include "support/LogCapture.h"
@@ -11,15 +8,12 @@
 namespace orvane {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
-
 TEST(Semaphore, UnnamedCountsPostsAndTimesOutByPolling) {
     Semaphore sem;
     ASSERT_TRUE(!sem.open(-1, "") && sem.open(0, "") && !sem.wait(0));
-    auto start = Clock::now();
+    auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(sem.wait(50));
-    EXPECT_GE(Clock::now() - start, milliseconds(50));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
     EXPECT_TRUE(sem.post() && sem.wait(0));
     std::thread poster([&] { sem.post(); });
     EXPECT_TRUE(sem.wait(-1));  // woken by the other thread's post
@@ -32,21 +26,18 @@ TEST(Semaphore, NamedOpensAfreshIsSharedWithAnotherProcessAndLeaksNothing) {
     std::string name = "orvane_sem_" + std::to_string(::getpid());
     const std::vector<int> fds = test::openFds();
     ::sem_close(::sem_open(("/" + name).c_str(), O_CREAT, 0600, 7));
-    {
-        Semaphore sem;
-        EXPECT_TRUE(sem.open(5, name) && sem.open(3, name));  // opening again starts afresh too
-        EXPECT_TRUE(test::succeedsInChild([&] {
-            Semaphore theirs;  // a negative count opens an existing one as it is
-            int value = -1;
-            return theirs.open(-1, name) && theirs.getValue(&value) && value == 3 && theirs.post();
-        }));
-        int value = -1;
-        EXPECT_TRUE(sem.getValue(&value) && value == 4) << value;
-        EXPECT_TRUE(sem.close() && !sem.close() && !sem.post() && sem.unlink());
-        test::expectRefusal(
-            [&] { return sem.open(-1, name); },
-            "<E>DATE [Semaphore::open,L#] open(/" + name + ") error: No such file or directory!");
-    }
+    Semaphore sem;
+    int value = -1;                                       // the child's copy is its own
+    EXPECT_TRUE(sem.open(5, name) && sem.open(3, name));  // opening again starts afresh too
+    EXPECT_TRUE(test::succeedsInChild([&] {
+        Semaphore theirs;  // a negative count opens an existing one as it is
+        return theirs.open(-1, name) && theirs.getValue(&value) && value == 3 && theirs.post();
+    }));
+    EXPECT_TRUE(sem.getValue(&value) && value == 4) << value;
+    EXPECT_TRUE(sem.close() && !sem.close() && !sem.post() && sem.unlink());
+    test::expectRefusal(
+        [&] { return sem.open(-1, name); },
+        "<E>DATE [Semaphore::open,L#] open(/" + name + ") error: No such file or directory!");
     EXPECT_EQ(test::fdsOpenedSince(fds), std::vector<int>());
 }
 
@@ -63,12 +54,12 @@ TEST(RWMutex, ReadersShareAndAnotherThreadMayReleaseTheLock) {
     lock.lockR();  // readers share
     std::thread writer = enter(&RWMutex::lockW);
     lock.unLockR();
-    std::this_thread::sleep_for(milliseconds(20));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_EQ(entered, 0);                        // one reader is still in
     std::thread([&] { lock.unLockR(); }).join();  // and leaves on another thread
     writer.join();
     std::thread reader = enter(&RWMutex::lockR);
-    std::this_thread::sleep_for(milliseconds(20));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_EQ(entered, 1);
     lock.unLockW();
     reader.join();

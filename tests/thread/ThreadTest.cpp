@@ -1,17 +1,13 @@
 #include <orvane/StrUtil.h>
 #include <orvane/Thread.h>
 
-#include <chrono>
 #include <stdexcept>
 
-#include "support/Eventually.h"
 #include "support/LogCapture.h"
 #include "support/ProcTasks.h"
 
 namespace orvane {
 namespace {
-
-using test::eventually;
 
 // Runs the test's function, noting how often it ran and under which kernel name.
 struct Work : Runnable {
@@ -33,7 +29,7 @@ TEST(Thread, RunsUnderItsKernelNameStartsOnceAndRestartsAfterStop) {
     Thread thread("worker-with-a-long-name");
     std::string id;
     auto lines = test::LogCapture::get().linesDuring([&] {
-        ASSERT_TRUE(thread.start(work) && eventually([&] { return work.runs == 1; }));
+        ASSERT_TRUE(thread.start(work) && test::eventually([&] { return work.runs == 1; }));
         EXPECT_FALSE(work.isStopped());
         id = StrUtil::format("[%s](%d:0x%x)", thread.name().c_str(), thread.taskId(), thread.tid());
         EXPECT_TRUE(thread.start(work));  // running: only warns
@@ -46,7 +42,7 @@ TEST(Thread, RunsUnderItsKernelNameStartsOnceAndRestartsAfterStop) {
                          "<I>DATE [Thread::operator()] " + id + " thread exit."}));
     // Stopping again is harmless; a stopped thread starts anew.
     EXPECT_TRUE(thread.stop(100) && thread.start(work));
-    EXPECT_TRUE(eventually([&] { return work.runs == 2; }) && thread.stop(1000));
+    EXPECT_TRUE(test::eventually([&] { return work.runs == 2; }) && thread.stop(1000));
 }
 
 // An unnamed thread runs as "AnonThread"; its body ignores the stop request,
@@ -58,7 +54,7 @@ TEST(Thread, StopGivesUpAfterItsTimeoutAndReportsTheExceptionThatEndedTheRun) {
         throw std::runtime_error("runnable broke");
     });
     Thread thread;
-    ASSERT_TRUE(thread.start(work) && eventually([&] { return work.runs == 1; }));
+    ASSERT_TRUE(thread.start(work) && test::eventually([&] { return work.runs == 1; }));
     EXPECT_EQ(work.kernelName, "AnonThread");
     std::atomic<int> finished{0};
     auto lines = test::LogCapture::get().linesDuring([&] {

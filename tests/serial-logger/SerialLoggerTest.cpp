@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 
 #include <filesystem>
+#include <fstream>
 #include <regex>
 
 #include "gateway/GatewayProcess.h"
@@ -51,11 +52,24 @@ class SerialLoggerTest : public ::testing::Test {
         std::string text = logger->text();
         statusPort = std::stoi(text.substr(text.find("status on 127.0.0.1:") + 20));
     }
-    // Writes to the device and waits until socat has taken it off the peer.
+    // What socat has written so far, all of it to the logger's end; -1 when
+    // the kernel keeps no I/O accounting.
+    long long relayed() {
+        std::ifstream io("/proc/" + std::to_string(socat->processId()) + "/io");
+        std::string key;
+        long long value = -1;
+        while (io >> key >> value)
+            if (key == "wchar:") return value;
+        return -1;
+    }
+    // Writes to the device and waits until socat has taken it off the peer
+    // and passed it on, so that what follows (SIGTERM) cannot overtake it.
     void send(const std::string& bytes) {
+        const long long before = relayed();
         ASSERT_EQ(::write(peer, bytes.data(), bytes.size()), ssize_t(bytes.size()));
         int queued = 0;
         eventually([&] { return ioctl(peer, TIOCOUTQ, &queued) == 0 && queued == 0; });
+        eventually([&] { return before < 0 || relayed() >= before + ssize_t(bytes.size()); });
     }
     // The lines of a log file without their stamps, which must be well formed.
     std::vector<std::string> lines(const std::string& name = "serial.log") {

@@ -283,12 +283,13 @@ int64_t File::size() {
 }
 
 bool File::isEnd() {
-    // Where long is 32-bit, a file past 2 GiB has no long position or size,
-    // so the 64-bit forms decide; everywhere else the virtual getPos() (a
-    // subclass's position counts) against getSize().
-    if (sizeof(long) < sizeof(int64_t) && stream != nullptr && !fitsLong(sizeOf(stream))) {
-        int64_t at = pos();
-        return at >= 0 && at == size();
+    // The virtual getPos() (a subclass's position counts) against the size.
+    // Where long is 32-bit, a file past 2 GiB has no long position, so the
+    // 64-bit one decides; the size is taken once either way.
+    if (sizeof(long) < sizeof(int64_t) && stream != nullptr) {
+        int64_t bytes = sizeOf(stream);
+        int64_t at = fitsLong(bytes) ? getPos() : pos();
+        return at >= 0 && at == bytes;
     }
     long at = getPos();
     return at >= 0 && at == getSize();

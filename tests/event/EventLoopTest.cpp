@@ -45,9 +45,12 @@ TEST(EventLoop, RunsHandlersAndTimersOnTheCallersThreadWithoutPolling) {
             loop.addTimer(60, 0, [&] { loop.stop(); });
         }
     });
-    ASSERT_GT(
-        loop.addTimer(10, 0, [&] { refused += !loop.watch(9999, 1, noop) && !loop.unwatch(9998); }),
-        0);
+    ASSERT_GT(loop.addTimer(10, 0,
+                            [&] {
+                                refused += !loop.watch(9999, EventLoop::READABLE, noop) &&
+                                           !loop.unwatch(9998);
+                            }),
+              0);
     ASSERT_EQ(::write(fd[1], "abc", 3), 3);
     long sleepsBefore = sleepsSoFar();
     EXPECT_TRUE(loop.run());
